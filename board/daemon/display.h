@@ -1,0 +1,59 @@
+// The board's display: a KMS card with one connector, encoder, CRTC and plane.
+#pragma once
+
+#include "board/daemon/board.h"
+#include "board/daemon/scenario.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace board {
+
+struct DisplayFigures {
+    std::uint64_t flips = 0;        // completed page flips
+    std::uint64_t shown = 0;        // flips to a picture with a readable stamp
+    std::uint64_t repeated = 0;     // flips to the same frame number again
+    std::uint64_t skipped = 0;      // frame numbers left out between two shown frames
+    std::uint64_t outOfOrder = 0;   // flips to a smaller frame number than the one before
+    std::uint32_t lastFrame = 0;
+    double latencyMedian_ms = 0, latencyP95_ms = 0, latencyP99_ms = 0; // camera frame to flip
+    std::string mode; // "1920x1080@60", empty when no CRTC is set
+};
+
+class Display {
+  public:
+    Display(Board& board, const DisplayDescription& description);
+    ~Display();
+
+    void addCard();   // puts /dev/dri/card0 in place: the card is there also without a display
+    void plug();      // connects the display
+    void unplug();    // connector disconnected; flips go on completing
+    bool plugged() const;
+    void replaceDescription(const DisplayDescription& description); // at once, as after a hot-plug
+
+    void holdFlips(bool held); // flips are accepted and complete only when released
+    DisplayFigures figures() const;
+    void resetFigures();
+
+    // What is on screen now, to a PNG file; `done` gets an error line, empty on success. The file
+    // is written on another thread, `done` runs on the loop's.
+    void picture(const std::string& path, std::function<void(const std::string&)> done);
+    // Records the screen as a video (H.264 or MPEG-4 in a .mp4, at most 30 pictures a second) until
+    // stopped. Empty on success, an error line otherwise.
+    std::string startRecording(const std::string& path);
+    void stopRecording(std::function<void(const std::string&)> done);
+    // Keeps an exact copy of the next `count` scanned-out pictures (at most 64) and writes them to
+    // `folder` as NNN.nv12 (rows without padding) plus index.json: file, frame number, width, height,
+    // flip time. For comparisons by tests.
+    void dumpFrames(const std::string& folder, unsigned count,
+                    std::function<void(const std::string&)> done);
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace board

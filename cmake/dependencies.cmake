@@ -1,0 +1,18 @@
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(DRM REQUIRED IMPORTED_TARGET libdrm)
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswscale)
+pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
+
+# Debian's libyuv comes without a pkg-config file.
+find_library(YUV_LIBRARY yuv REQUIRED)
+find_path(YUV_INCLUDE_DIR libyuv.h REQUIRED)
+add_library(yuv INTERFACE)
+target_link_libraries(yuv INTERFACE ${YUV_LIBRARY})
+target_include_directories(yuv SYSTEM INTERFACE ${YUV_INCLUDE_DIR})
+
+find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED)
+add_library(rapidjson INTERFACE)
+target_include_directories(rapidjson SYSTEM INTERFACE ${RAPIDJSON_INCLUDE_DIR})
+
+# The board's own 2D engine where it is installed, the software engine elsewhere: target `rga`.
+pkg_check_modules(VENDOR_RGA IMPORTED_TARGET librga)
