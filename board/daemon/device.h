@@ -69,6 +69,9 @@ class Handle {
     // The descriptor that the client is given (the daemon keeps its own copy or the peer's end).
     // Called once, right after opening; ownership stays with the handle.
     virtual int clientDescriptor() = 0;
+    // A companion that becomes readable when an exceptional condition is pending (V4L2 events), or
+    // -1. Asked once, after clientDescriptor(); ownership stays with the handle.
+    virtual int eventDescriptor() { return -1; }
     virtual wire::Kind kind() const = 0;
 
     // Whether the device knows this ioctl at all (else the client answers unknownIoctlError()

@@ -83,8 +83,12 @@ Scenario loadScenario(const std::string& path);
 CameraDescription loadCamera(const std::string& path);
 DisplayDescription loadDisplay(const std::string& path);
 // The file for a scenario, camera or display given by name or path ("default" -> .../default.json).
+// Throws std::runtime_error with one line that lists the known names when there is no such file.
 std::string findScenario(const std::string& nameOrPath);
 std::string findCamera(const std::string& nameOrPath);
 std::string findDisplay(const std::string& nameOrPath);
+// Where names are looked up: FOLDER/*.json, FOLDER/cameras/*.json, FOLDER/displays/*.json. The
+// default is the source tree's board/scenarios. Not thread-safe: set it before loading.
+void setScenarioFolder(const std::string& folder);
 
 } // namespace board
