@@ -1,0 +1,12 @@
+// Camera and display descriptions out of JSON, wherever they stand: in a file or inside a scenario.
+#pragma once
+
+#include "board/daemon/jsonreader.h"
+#include "board/daemon/scenario.h"
+
+namespace board {
+
+CameraDescription readCamera(const JsonPlace& place);
+DisplayDescription readDisplay(const JsonPlace& place);
+
+}  // namespace board

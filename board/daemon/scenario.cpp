@@ -1,0 +1,125 @@
+#include "board/daemon/scenario.h"
+
+#include "board/daemon/descriptions.h"
+#include "board/daemon/jsonreader.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace board {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string& scenarioFolder() {
+    static std::string folder = BOARD_SCENARIO_FOLDER;
+    return folder;
+}
+
+std::string knownNames(const fs::path& folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(folder, error))
+        if (entry.path().extension() == ".json")
+            names.push_back(entry.path().stem().string());
+    std::sort(names.begin(), names.end());
+    std::string list;
+    for (const std::string& name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    return list.empty() ? "none" : list;
+}
+
+// A path has a slash or ends in .json; everything else is a name in `subfolder`.
+std::string find(const char* what, const std::string& nameOrPath, const char* subfolder,
+                 const fs::path& relativeTo) {
+    const bool isPath =
+        nameOrPath.find('/') != std::string::npos || fs::path(nameOrPath).extension() == ".json";
+    const fs::path folder = fs::path(scenarioFolder()) / subfolder;
+    const fs::path path = isPath ? relativeTo / nameOrPath : folder / (nameOrPath + ".json");
+    std::error_code error;
+    if (fs::is_regular_file(path, error))
+        return path.string();
+    throw std::runtime_error(isPath ? path.string() + ": no such " + what + " file"
+                                    : "no " + std::string(what) + " \"" + nameOrPath + "\" in " +
+                                          folder.string() + "; known: " + knownNames(folder));
+}
+
+template <typename Description>
+Description load(const std::string& path, Description (*read)(const JsonPlace&)) {
+    rapidjson::Document document;
+    parseJson(readTextFile(path), path, document);
+    return read(JsonPlace(document, path));
+}
+
+// A description written in place, or the name or path of one (relative to the scenario's folder).
+template <typename Description>
+Description resolve(const JsonPlace& place, const char* what, const char* subfolder,
+                    Description (*read)(const JsonPlace&)) {
+    if (!place.value().IsString())
+        return read(place);
+    const fs::path here = fs::path(place.source()).parent_path();
+    std::string path;
+    try {
+        path = find(what, place.text(4095), subfolder, here);
+    } catch (const std::runtime_error& error) {
+        place.fail(error.what());
+    }
+    return load(path, read);
+}
+
+Scenario readScenario(const JsonPlace& place) {
+    JsonObject object(place);
+    Scenario scenario;
+    scenario.name = object.get("name").text(200);
+    const JsonPlace camera = object.get("camera");
+    const JsonPlace display = object.get("display");
+    scenario.hasCamera = !camera.isNull();
+    scenario.hasDisplay = !display.isNull();
+    if (scenario.hasCamera)
+        scenario.camera = resolve(camera, "camera", "cameras", readCamera);
+    if (scenario.hasDisplay)
+        scenario.display = resolve(display, "display", "displays", readDisplay);
+    object.with("cameraPlugged", [&](const JsonPlace& p) { scenario.cameraPlugged = p.boolean(); });
+    object.with("displayPlugged",
+                [&](const JsonPlace& p) { scenario.displayPlugged = p.boolean(); });
+    object.with("cameraNumber",
+                [&](const JsonPlace& p) { scenario.cameraNumber = unsigned(p.integer(0, 255)); });
+    object.with("recording", [&](const JsonPlace& p) { scenario.camera.recording = p.text(4095); });
+    object.with("speed",
+                [&](const JsonPlace& p) { scenario.speed = std::uint32_t(p.integer(1, 10)); });
+    object.finish();
+    return scenario;
+}
+
+}  // namespace
+
+Scenario loadScenario(const std::string& path) {
+    return load(path, readScenario);
+}
+
+CameraDescription loadCamera(const std::string& path) {
+    return load(path, readCamera);
+}
+
+DisplayDescription loadDisplay(const std::string& path) {
+    return load(path, readDisplay);
+}
+
+std::string findScenario(const std::string& nameOrPath) {
+    return find("scenario", nameOrPath, "", "");
+}
+
+std::string findCamera(const std::string& nameOrPath) {
+    return find("camera", nameOrPath, "cameras", "");
+}
+
+std::string findDisplay(const std::string& nameOrPath) {
+    return find("display", nameOrPath, "displays", "");
+}
+
+void setScenarioFolder(const std::string& folder) {
+    scenarioFolder() = folder;
+}
+
+}  // namespace board
