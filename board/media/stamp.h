@@ -1,6 +1,7 @@
 // The machine-readable mark in the upper left corner of every camera picture: which frame, and when
-// it was taken. Four rows of sixteen square cells, each width/64 pixels, light = 1, most significant
-// bit first; survives scaling and colour conversion because each cell is judged at its middle.
+// it was taken. Four rows of sixteen square cells, each width/64 pixels, light = 1, most
+// significant bit first; survives scaling and colour conversion because each cell is judged at its
+// middle.
 //
 //   24 bits frame number | 32 bits board time in 100 us | 8 bits check sum
 #pragma once
@@ -11,25 +12,28 @@
 namespace board {
 
 struct Stamp {
-    std::uint32_t frame = 0;        // modulo 2^24
-    std::uint32_t time_100us = 0;   // CLOCK_MONOTONIC of the board, modulo 2^32
+    std::uint32_t frame = 0;       // modulo 2^24
+    std::uint32_t time_100us = 0;  // CLOCK_MONOTONIC of the board, modulo 2^32
 };
 
 constexpr unsigned stampColumns = 16;
 constexpr unsigned stampRows = 4;
 
 // Side of a cell in a picture of this width; the mark is 16 by 4 cells from the upper left corner.
-constexpr std::uint32_t stampCell(std::uint32_t width) { return width / 64; }
+constexpr std::uint32_t stampCell(std::uint32_t width) {
+    return width / 64;
+}
 
 // Draws into a luma plane whose samples are `pixelStep` bytes apart (1: planar, 2: YUYV) and lines
 // `stride` bytes apart. Chroma under the mark: see drawStampYuyv.
 void drawStampLuma(std::uint8_t* luma, std::uint32_t pixelStep, std::uint32_t stride,
                    std::uint32_t width, const Stamp& stamp);
 // The same on packed YUYV, with neutral chroma under the mark.
-void drawStampYuyv(std::uint8_t* picture, std::uint32_t stride, std::uint32_t width, const Stamp& stamp);
+void drawStampYuyv(std::uint8_t* picture, std::uint32_t stride, std::uint32_t width,
+                   const Stamp& stamp);
 
 // Reads the mark back from a luma plane of any size; nothing when the check sum does not hold.
 std::optional<Stamp> readStamp(const std::uint8_t* luma, std::uint32_t pixelStep,
                                std::uint32_t stride, std::uint32_t width, std::uint32_t height);
 
-} // namespace board
+}  // namespace board
