@@ -49,7 +49,17 @@ struct SharedPage {
     NodeEntry nodes[maxNodes];
     std::atomic<std::uint32_t> handles[maxHandles];
     ParkEntry parks[maxParks];
+
+    // Reports of the program under test (which never exits by itself): one raise is
+    // generation << 2 | bits. The client answers with dumpDone = generation; leakResult is what the
+    // last leak check returned (1: leaks were found).
+    std::atomic<std::uint32_t> dumpRequest;
+    std::atomic<std::uint32_t> dumpDone;
+    std::atomic<std::uint32_t> leakResult;
 };
+
+constexpr std::uint32_t dumpLeaks = 1u << 0;    // __lsan_do_recoverable_leak_check
+constexpr std::uint32_t dumpCoverage = 1u << 1; // __gcov_dump
 
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 
