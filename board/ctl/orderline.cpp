@@ -1,0 +1,211 @@
+#include "board/ctl/orderline.h"
+
+#include "board/daemon/jsonfields.h"
+#include "board/daemon/jsonreader.h"
+#include "board/protocol/orders.h"
+#include "board/protocol/wire.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+namespace boardctl {
+
+namespace {
+
+struct Field {
+    std::string name;
+    bool optional = false;
+    char kind = ' ';  // as in protocol/orders.h
+};
+
+std::vector<Field> fieldsOf(const board::wire::OrderWord& word) {
+    std::vector<Field> fields;
+    std::istringstream stream(word.fields);
+    for (std::string text; stream >> text;) {
+        Field field;
+        field.optional = text.front() == '[';
+        if (field.optional)
+            text = text.substr(1, text.size() - 2);
+        if (std::strchr("#@%", text.front()) != nullptr) {
+            field.kind = text.front();
+            text.erase(0, 1);
+        }
+        field.name = text;
+        fields.push_back(field);
+    }
+    return fields;
+}
+
+const board::wire::OrderWord* findWord(const std::string& name) {
+    for (const board::wire::OrderWord& word : board::wire::orderWords)
+        if (name == word.name)
+            return &word;
+    return nullptr;
+}
+
+std::string synopsis(const board::wire::OrderWord& word) {
+    std::string text = word.name;
+    for (const Field& field : fieldsOf(word)) {
+        std::string name = field.name;
+        for (char& c : name)
+            c = char(std::toupper(c));
+        text += field.optional ? " [" + name + "]" : " " + name;
+    }
+    return text;
+}
+
+void addArgument(board::JsonFields& order, const Field& field, const std::string& text) {
+    std::int64_t number = 0;
+    // The board has another working directory.
+    const bool path =
+        field.kind == '@' || (field.kind == '%' && text.find('/') != std::string::npos);
+    if (field.kind == '#' && board::parseInteger(text, number))
+        order.addRaw(field.name.c_str(), std::to_string(number));
+    else if (path && !text.empty())
+        order.add(field.name.c_str(), std::filesystem::absolute(text).string());
+    else
+        order.add(field.name.c_str(), text);
+}
+
+std::string plainText(const rapidjson::Value& value) {
+    if (value.IsString())
+        return value.GetString();
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    value.Accept(writer);
+    return buffer.GetString();
+}
+
+// One line a value; members of inner objects with their way in front ("camera.delivered").
+void addLines(const rapidjson::Value& object, const std::string& prefix, std::string& text) {
+    for (const auto& member : object.GetObject()) {
+        const std::string name = prefix + member.name.GetString();
+        const rapidjson::Value& value = member.value;
+        if (name == "ok")
+            continue;
+        if (value.IsObject()) {
+            addLines(value, name + ".", text);
+        } else if (value.IsArray()) {
+            for (const rapidjson::Value& item : value.GetArray()) {
+                text += name + ":";
+                if (item.IsObject())
+                    for (const auto& inner : item.GetObject())
+                        text += std::string(" ") + inner.name.GetString() + "=" +
+                                plainText(inner.value);
+                else
+                    text += " " + plainText(item);
+                text += "\n";
+            }
+        } else {
+            text += name + ": " + plainText(value) + "\n";
+        }
+    }
+}
+
+int connectTo(const std::string& path, std::string& error) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        error = path + ": path too long for a socket";
+        return -1;
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        return fd;
+    error = "no virtual board answers at " + path + ": " + std::strerror(errno);
+    if (fd >= 0)
+        ::close(fd);
+    return -1;
+}
+
+bool talk(int fd, const std::string& line, std::string& answer) {
+    for (std::size_t sent = 0; sent < line.size();) {
+        const ssize_t bytes = ::send(fd, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+        if (bytes < 0 && errno != EINTR)
+            return false;
+        sent += bytes > 0 ? std::size_t(bytes) : 0;
+    }
+    char buffer[4096];
+    while (answer.find('\n') == std::string::npos) {
+        const ssize_t bytes = ::recv(fd, buffer, sizeof buffer, 0);
+        if (bytes == 0 || (bytes < 0 && errno != EINTR))
+            return false;
+        answer.append(buffer, bytes > 0 ? std::size_t(bytes) : 0);
+    }
+    answer.erase(answer.find('\n'));
+    return true;
+}
+
+}  // namespace
+
+bool composeOrder(const std::vector<std::string>& words, std::string& line, std::string& error) {
+    const board::wire::OrderWord* word = findWord(words.front());
+    if (word == nullptr) {
+        error = "unknown order \"" + words.front() + "\"; boardctl help lists them";
+        return false;
+    }
+    const std::vector<Field> fields = fieldsOf(*word);
+    std::size_t needed = 0;
+    for (const Field& field : fields)
+        needed += field.optional ? 0 : 1;
+    if (words.size() - 1 < needed || words.size() - 1 > fields.size()) {
+        error = "usage: boardctl " + synopsis(*word);
+        return false;
+    }
+    board::JsonFields order;
+    order.add("order", words.front());
+    for (std::size_t i = 1; i < words.size(); ++i)
+        addArgument(order, fields[i - 1], words[i]);
+    line = order.object() + "\n";
+    return true;
+}
+
+bool exchange(const std::string& folder, const std::string& line, std::string& answer,
+              std::string& error) {
+    const int fd = connectTo(folder + "/" + board::wire::orderSocketName, error);
+    if (fd < 0)
+        return false;
+    const bool answered = talk(fd, line, answer);
+    ::close(fd);
+    if (!answered)
+        error = "the board went away without an answer";
+    return answered;
+}
+
+bool readAnswer(const std::string& answer, std::string& text) {
+    rapidjson::Document document;
+    document.Parse(answer.c_str());
+    if (document.HasParseError() || !document.IsObject() || !document.HasMember("ok") ||
+        !document["ok"].IsBool()) {
+        text = "the board's answer is not understood: " + answer;
+        return false;
+    }
+    if (document["ok"].GetBool()) {
+        addLines(document, "", text);
+        return true;
+    }
+    const bool told = document.HasMember("error") && document["error"].IsString();
+    text = told ? document["error"].GetString() : "the board gave no reason";
+    return false;
+}
+
+std::string helpText() {
+    std::string text;
+    for (const board::wire::OrderWord& word : board::wire::orderWords) {
+        std::string left = synopsis(word);
+        left.resize(std::max<std::size_t>(left.size() + 1, 34), ' ');
+        text += "  " + left + word.help + "\n";
+    }
+    return text;
+}
+
+}  // namespace boardctl

@@ -1,0 +1,13 @@
+// Orders that concern the core: faults, parks, the wall clock.
+#pragma once
+
+#include "board/daemon/coreboard.h"
+#include "board/daemon/faults.h"
+#include "board/daemon/orders.h"
+
+namespace board {
+
+// The board and the faults must outlive `orders`.
+void addCoreOrders(Orders& orders, CoreBoard& board, Faults& faults);
+
+}  // namespace board

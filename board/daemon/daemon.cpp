@@ -1,0 +1,47 @@
+#include "board/daemon/daemon.h"
+
+#include "board/daemon/coreorders.h"
+#include "board/daemon/deviceorders.h"
+
+namespace board {
+
+Daemon::Daemon(EventLoop& loop, const std::string& folder, const Scenario& scenario)
+    : loop_(loop),
+      board_(loop, folder, scenario.speed),
+      rig_(board_, scenario),
+      server_(board_, faults_),
+      orderServer_(loop, folder + "/" + wire::orderSocketName, orders_) {
+    addCoreOrders(orders_, board_, faults_);
+    addDeviceOrders(orders_, rig_);
+    orders_.addImmediate("figures", [this](JsonObject&) { return figures(); });
+    orders_.addImmediate("state", [this](JsonObject&) { return state(); });
+    orders_.add("quit", [this](JsonObject&, const OrderDone& done) {
+        done({});
+        loop_.stop();
+    });
+}
+
+JsonFields Daemon::figures() {
+    JsonFields handles;
+    for (const auto& entry : server_.openHandles())
+        handles.add(entry.first.c_str(), entry.second);
+    JsonFields fields;
+    if (rig_.camera() != nullptr)
+        fields.add("camera", cameraFigures(*rig_.camera()));
+    return fields.add("display", displayFigures(rig_.display())).add("handles", handles);
+}
+
+JsonFields Daemon::state() {
+    const Scenario& scenario = rig_.scenario();
+    const bool cameraPlugged = rig_.camera() != nullptr && rig_.camera()->plugged();
+    JsonFields fields;
+    fields.add("scenario", scenario.name).add("folder", board_.folder());
+    fields.add("speed", scenario.speed).add("cameraPlugged", cameraPlugged);
+    fields.add("cameraNode", cameraPlugged ? rig_.camera()->nodePath() : "");
+    fields.add("displayPlugged", rig_.display().plugged());
+    fields.add("display", scenario.hasDisplay ? scenario.display.name : "");
+    fields.add("mode", rig_.display().figures().mode);
+    return fields.add("clients", std::uint64_t(server_.connections()));
+}
+
+}  // namespace board

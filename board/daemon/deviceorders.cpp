@@ -1,0 +1,189 @@
+#include "board/daemon/deviceorders.h"
+
+#include <filesystem>
+#include <stdexcept>
+
+namespace board {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr unsigned mostCopies = 64;
+constexpr std::size_t longestPath = 4095;
+
+// True for the camera, false for the display.
+bool namesCamera(const JsonPlace& place) {
+    const std::string device = place.text(32);
+    if (device != "camera" && device != "display")
+        place.fail("must be camera or display");
+    return device == "camera";
+}
+
+Camera& cameraOf(JsonObject& order, Rig& rig) {
+    if (!namesCamera(order.get("device")))
+        order.get("device").fail("only the camera can do that");
+    if (rig.camera() == nullptr)
+        throw std::runtime_error("there is no camera");
+    return *rig.camera();
+}
+
+std::string absolutePath(const JsonPlace& place) {
+    const std::string path = place.text(longestPath);
+    if (path.empty() || path.front() != '/')
+        place.fail("must be an absolute path");
+    return path;
+}
+
+// First or second of two words.
+bool readChoice(const JsonPlace& place, const char* first, const char* second) {
+    const std::string word = place.text(32);
+    if (word != first && word != second)
+        place.fail(std::string("must be ") + first + " or " + second);
+    return word == first;
+}
+
+std::string optionalText(JsonObject& order, const char* key) {
+    std::string text;
+    order.with(key, [&](const JsonPlace& place) { text = place.text(longestPath); });
+    return text;
+}
+
+// A device's "error line, empty on success" as an order's end.
+std::function<void(const std::string&)> finishing(const OrderDone& done) {
+    return [done](const std::string& error) {
+        OrderResult result;
+        result.error = error;
+        done(result);
+    };
+}
+
+JsonFields plug(JsonObject& order, Rig& rig) {
+    const std::string description = optionalText(order, "description");
+    if (namesCamera(order.get("device")))
+        return JsonFields().add("node", rig.plugCamera(description));
+    rig.plugDisplay(description);
+    return {};
+}
+
+JsonFields unplug(JsonObject& order, Rig& rig) {
+    if (namesCamera(order.get("device")))
+        rig.unplugCamera();
+    else
+        rig.unplugDisplay();
+    return {};
+}
+
+JsonFields recording(JsonObject& order, Rig& rig) {
+    const std::string name = order.get("name").text(longestPath);
+    std::error_code error;
+    if (name.compare(0, 6, "field:") != 0 && !fs::is_regular_file(name, error))
+        order.get("name").fail(name + ": no such file");
+    if (rig.camera() == nullptr)
+        throw std::runtime_error("there is no camera");
+    rig.camera()->setRecording(name);
+    return {};
+}
+
+JsonFields payload(JsonObject& order, Rig& rig) {
+    const auto bytes = std::uint32_t(order.get("bytes").integer(0, UINT32_MAX));
+    const auto count = unsigned(order.get("count").integer(1, INT32_MAX));
+    if (rig.camera() == nullptr)
+        throw std::runtime_error("there is no camera");
+    rig.camera()->setPayload(bytes, count);
+    return {};
+}
+
+void record(JsonObject& order, Display& display, const OrderDone& done) {
+    if (!readChoice(order.get("action"), "start", "stop")) {
+        display.stopRecording(finishing(done));
+        return;
+    }
+    finishing(done)(display.startRecording(absolutePath(order.get("path"))));
+}
+
+void frames(JsonObject& order, Display& display, const OrderDone& done) {
+    const std::string folder = absolutePath(order.get("folder"));
+    const auto count = unsigned(order.get("count").integer(1, mostCopies));
+    fs::create_directories(folder);
+    display.dumpFrames(folder, count, finishing(done));
+}
+
+std::string fourccText(std::uint32_t fourcc) {
+    std::string text;
+    for (unsigned shift = 0; fourcc != 0 && shift < 32; shift += 8)
+        text += char(fourcc >> shift & 0x7f);
+    return text;
+}
+
+void addCameraOrders(Orders& orders, Rig& rig) {
+    orders.addImmediate("stall", [&rig](JsonObject& order) {
+        cameraOf(order, rig).stall(true);
+        return JsonFields();
+    });
+    orders.addImmediate("resume", [&rig](JsonObject& order) {
+        cameraOf(order, rig).stall(false);
+        return JsonFields();
+    });
+    orders.addImmediate("recording", [&rig](JsonObject& o) { return recording(o, rig); });
+    orders.addImmediate("payload", [&rig](JsonObject& o) { return payload(o, rig); });
+}
+
+void addDisplayOrders(Orders& orders, Rig& rig) {
+    orders.addImmediate("modes", [&rig](JsonObject& order) {
+        rig.changeDisplay(order.get("description").text(longestPath));
+        return JsonFields();
+    });
+    orders.addImmediate("flips", [&rig](JsonObject& order) {
+        rig.display().holdFlips(readChoice(order.get("action"), "hold", "go"));
+        return JsonFields();
+    });
+    orders.add("picture", [&rig](JsonObject& order, const OrderDone& done) {
+        rig.display().picture(absolutePath(order.get("path")), finishing(done));
+    });
+    orders.add("record", [&rig](JsonObject& order, const OrderDone& done) {
+        record(order, rig.display(), done);
+    });
+    orders.add("frames", [&rig](JsonObject& order, const OrderDone& done) {
+        frames(order, rig.display(), done);
+    });
+    orders.addImmediate("figures-reset", [&rig](JsonObject&) {
+        rig.display().resetFigures();
+        return JsonFields();
+    });
+}
+
+}  // namespace
+
+void addDeviceOrders(Orders& orders, Rig& rig) {
+    orders.addImmediate("plug", [&rig](JsonObject& order) { return plug(order, rig); });
+    orders.addImmediate("unplug", [&rig](JsonObject& order) { return unplug(order, rig); });
+    addCameraOrders(orders, rig);
+    addDisplayOrders(orders, rig);
+}
+
+JsonFields cameraFigures(Camera& camera) {
+    const CameraFigures figures = camera.figures();
+    JsonFields fields;
+    fields.add("delivered", figures.delivered).add("lost", figures.lost);
+    fields.add("streaming", figures.streaming).add("fourcc", fourccText(figures.fourcc));
+    fields.add("width", figures.width).add("height", figures.height);
+    fields.add("interval", std::to_string(figures.interval.numerator) + "/" +
+                               std::to_string(figures.interval.denominator));
+    fields.add("openHandles", camera.openHandles());
+    return fields;
+}
+
+JsonFields displayFigures(const Display& display) {
+    const DisplayFigures figures = display.figures();
+    JsonFields fields;
+    fields.add("mode", figures.mode).add("flips", figures.flips).add("shown", figures.shown);
+    fields.add("repeated", figures.repeated).add("skipped", figures.skipped);
+    fields.add("outOfOrder", figures.outOfOrder).add("lastFrame", figures.lastFrame);
+    fields.add("latencyMedian_ms", figures.latencyMedian_ms);
+    fields.add("latencyP95_ms", figures.latencyP95_ms);
+    fields.add("latencyP99_ms", figures.latencyP99_ms);
+    return fields;
+}
+
+}  // namespace board

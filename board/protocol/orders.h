@@ -1,0 +1,43 @@
+// The words of the order socket: one JSON object a line in, {"order": NAME, FIELD: VALUE...}, one
+// JSON object a line out, {"ok": true, ...} or {"ok": false, "error": "one line"}.
+#pragma once
+
+namespace board::wire {
+
+struct OrderWord {
+    const char* name;
+    // Names of the fields, in the order of a command line. "[field]" may be left out; "#" marks a
+    // number, "@" a path, "%" a name or a path.
+    const char* fields;
+    const char* help;
+};
+
+// clang-format off
+constexpr OrderWord orderWords[] = {
+    {"plug", "device [%description]", "plug in the camera or the display; description: another one, by name or path"},
+    {"unplug", "device", "unplug the camera or the display"},
+    {"stall", "device", "the camera takes buffers and delivers nothing"},
+    {"resume", "device", "the stalled camera delivers again"},
+    {"recording", "%name", "what the camera shows from the next stream-on: a media file or field:red, field:bars, ..."},
+    {"payload", "#bytes #count", "the next COUNT frames carry BYTES bytes"},
+    {"modes", "%description", "the display becomes another one at once, by name or path"},
+    {"flips", "action", "hold: page flips stay pending; go: they complete again"},
+    {"picture", "@path", "what is on screen, to a PNG file"},
+    {"record", "action [@path]", "start PATH: record the screen to an MP4 file; stop: finish the file"},
+    {"frames", "@folder #count", "exact copies of the next COUNT scanned-out pictures, to a folder"},
+    {"figures", "", "what camera and display counted, open handles per node"},
+    {"figures-reset", "", "the display's figures start again at zero"},
+    {"fail", "ioctl #nth #errno [#count]", "the NTHs call of an ioctl from now fails, and COUNT-1 more (1; 0: all)"},
+    {"faults-clear", "", "no ioctl fails on order any more"},
+    {"park", "call [thread]", "calls stay in their wait; call: a libc name or an ioctl's; thread: only that one's"},
+    {"unpark", "#index", "lift a park, or all of them (INDEX all)"},
+    {"parks", "", "the parks and how many calls each has held"},
+    {"clock-step", "#ms", "step the wall clock by MS milliseconds, also backwards"},
+    {"leak-check", "", "the clients' leak check, where they have one"},
+    {"coverage", "", "the clients write their coverage data, where they have any"},
+    {"state", "", "scenario, nodes, plugs, mode, clients"},
+    {"quit", "", "end the board"},
+};
+// clang-format on
+
+}  // namespace board::wire
