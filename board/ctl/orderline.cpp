@@ -2,13 +2,13 @@
 
 #include "board/daemon/jsonfields.h"
 #include "board/daemon/jsonreader.h"
+#include "board/daemon/unixaddress.h"
 #include "board/protocol/orders.h"
 #include "board/protocol/wire.h"
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -111,15 +111,9 @@ void addLines(const rapidjson::Value& object, const std::string& prefix, std::st
 }
 
 int connectTo(const std::string& path, std::string& error) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        error = path + ": path too long for a socket";
-        return -1;
-    }
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    const board::UnixAddress address(path);
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+    if (fd >= 0 && ::connect(fd, address.get(), address.size()) == 0)
         return fd;
     error = "no virtual board answers at " + path + ": " + std::strerror(errno);
     if (fd >= 0)
@@ -171,7 +165,12 @@ bool composeOrder(const std::vector<std::string>& words, std::string& line, std:
 
 bool exchange(const std::string& folder, const std::string& line, std::string& answer,
               std::string& error) {
-    const int fd = connectTo(folder + "/" + board::wire::orderSocketName, error);
+    int fd = -1;
+    try {
+        fd = connectTo(folder + "/" + board::wire::orderSocketName, error);
+    } catch (const std::exception& failure) {
+        error = std::string("no virtual board there: ") + failure.what();
+    }
     if (fd < 0)
         return false;
     const bool answered = talk(fd, line, answer);

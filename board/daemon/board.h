@@ -37,7 +37,8 @@ class Board {
 
     // Puts a node into place (a new inode each time) or takes it away. `device` stays owned by the
     // caller and must outlive its open handles. Also writes /sys/dev/char/MAJOR:MINOR/uevent.
-    virtual void addNode(const std::string& path, unsigned major, unsigned minor, Device& device) = 0;
+    virtual void addNode(const std::string& path, unsigned major, unsigned minor,
+                         Device& device) = 0;
     virtual void removeNode(const std::string& path) = 0;
 
     // State bits of an open handle, seen by its client without a round trip.
@@ -47,4 +48,4 @@ class Board {
     virtual void log(const std::string& line) = 0;
 };
 
-} // namespace board
+}  // namespace board

@@ -12,8 +12,8 @@
 namespace board {
 
 struct CameraFigures {
-    std::uint64_t delivered = 0; // frames that a client could dequeue
-    std::uint64_t lost = 0;      // frames for which no buffer was queued
+    std::uint64_t delivered = 0;  // frames that a client could dequeue
+    std::uint64_t lost = 0;       // frames for which no buffer was queued
     std::uint32_t fourcc = 0, width = 0, height = 0;
     Fraction interval;
     bool streaming = false;
@@ -31,20 +31,20 @@ class Camera {
     // Takes the node away: every call on an open descriptor answers ENODEV from now on.
     void unplug();
     bool plugged() const;
-    std::string nodePath() const; // empty while unplugged
-    void replaceDescription(const CameraDescription& description); // takes effect at the next plug
+    std::string nodePath() const;                                   // empty while unplugged
+    void replaceDescription(const CameraDescription& description);  // takes effect at the next plug
 
-    void stall(bool stalled);    // a stalled camera takes buffers and delivers nothing
+    void stall(bool stalled);  // a stalled camera takes buffers and delivers nothing
     // Picture sources for tests ("field:red"); takes effect at the next stream-on.
     void setRecording(const std::string& recording);
     // The next `count` frames carry this payload length instead of their own (short frames).
     void setPayload(std::uint32_t bytes, unsigned count);
     CameraFigures figures() const;
-    unsigned openHandles() const; // descriptors that clients hold, unplugged ones included
+    unsigned openHandles() const;  // descriptors that clients hold, unplugged ones included
 
   private:
     class Impl;
     std::unique_ptr<Impl> impl_;
 };
 
-} // namespace board
+}  // namespace board

@@ -2,6 +2,7 @@
 
 #include "board/daemon/coreorders.h"
 #include "board/daemon/deviceorders.h"
+#include "board/daemon/reportorders.h"
 
 namespace board {
 
@@ -12,6 +13,7 @@ Daemon::Daemon(EventLoop& loop, const std::string& folder, const Scenario& scena
       server_(board_, faults_),
       orderServer_(loop, folder + "/" + wire::orderSocketName, orders_) {
     addCoreOrders(orders_, board_, faults_);
+    addReportOrders(orders_, board_);
     addDeviceOrders(orders_, rig_);
     orders_.addImmediate("figures", [this](JsonObject&) { return figures(); });
     orders_.addImmediate("state", [this](JsonObject&) { return state(); });

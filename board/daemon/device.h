@@ -38,7 +38,7 @@ struct NestedBlock {
 class IoctlCall {
   public:
     std::uint32_t request = 0;
-    std::uint32_t fileFlags = 0; // O_NONBLOCK and the like, as the descriptor has them now
+    std::uint32_t fileFlags = 0;  // O_NONBLOCK and the like, as the descriptor has them now
     std::vector<std::byte> argument;
     std::vector<NestedBlock> blocks;
 
@@ -46,19 +46,21 @@ class IoctlCall {
     template <typename T>
     T load() const {
         T value{};
-        std::memcpy(&value, argument.data(), sizeof(T) < argument.size() ? sizeof(T) : argument.size());
+        std::memcpy(&value, argument.data(),
+                    sizeof(T) < argument.size() ? sizeof(T) : argument.size());
         return value;
     }
     template <typename T>
     void store(const T& value) {
-        std::memcpy(argument.data(), &value, sizeof(T) < argument.size() ? sizeof(T) : argument.size());
+        std::memcpy(argument.data(), &value,
+                    sizeof(T) < argument.size() ? sizeof(T) : argument.size());
     }
 };
 
 // Memory that a client maps: a sealed memfd, owned by the device.
 struct Mapping {
     int memfd = -1;
-    int error = 0; // -errno when memfd is -1
+    int error = 0;  // -errno when memfd is -1
 };
 
 // An open descriptor of a device. Destroyed when the client closed its last copy or died.
@@ -77,7 +79,7 @@ class Handle {
     // Whether the device knows this ioctl at all (else the client answers unknownIoctlError()
     // without looking at the argument).
     virtual bool knows(std::uint32_t request) const = 0;
-    virtual int unknownIoctlError() const = 0; // positive errno: ENOTTY, EINVAL, ...
+    virtual int unknownIoctlError() const = 0;  // positive errno: ENOTTY, EINVAL, ...
 
     // The call's result: 0 or more, or -errno. What is in call.argument and the blocks' replies is
     // sent back also when the call failed, if `replyOnError` says so.
@@ -87,7 +89,8 @@ class Handle {
     virtual Mapping map(std::uint64_t offset, std::uint64_t length, std::uint32_t protection) = 0;
     virtual void unmapped(std::uint64_t offset, std::uint64_t length) = 0;
 
-    // State word in the shared page, set by the connection before the first call; null in unit tests.
+    // State word in the shared page, set by the connection before the first call; null in unit
+    // tests.
     std::uint32_t slot = 0;
 };
 
@@ -96,8 +99,10 @@ class Device {
   public:
     virtual ~Device() = default;
 
-    // A new open descriptor, or null with *error = positive errno. `fileFlags` are the caller's O_ flags.
-    virtual std::unique_ptr<Handle> open(std::uint32_t fileFlags, std::uint32_t pid, int* error) = 0;
+    // A new open descriptor, or null with *error = positive errno. `fileFlags` are the caller's O_
+    // flags.
+    virtual std::unique_ptr<Handle> open(std::uint32_t fileFlags, std::uint32_t pid,
+                                         int* error) = 0;
 };
 
-} // namespace board
+}  // namespace board

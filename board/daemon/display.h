@@ -13,14 +13,14 @@
 namespace board {
 
 struct DisplayFigures {
-    std::uint64_t flips = 0;        // completed page flips
-    std::uint64_t shown = 0;        // flips to a picture with a readable stamp
-    std::uint64_t repeated = 0;     // flips to the same frame number again
-    std::uint64_t skipped = 0;      // frame numbers left out between two shown frames
-    std::uint64_t outOfOrder = 0;   // flips to a smaller frame number than the one before
+    std::uint64_t flips = 0;       // completed page flips
+    std::uint64_t shown = 0;       // flips to a picture with a readable stamp
+    std::uint64_t repeated = 0;    // flips to the same frame number again
+    std::uint64_t skipped = 0;     // frame numbers left out between two shown frames
+    std::uint64_t outOfOrder = 0;  // flips to a smaller frame number than the one before
     std::uint32_t lastFrame = 0;
-    double latencyMedian_ms = 0, latencyP95_ms = 0, latencyP99_ms = 0; // camera frame to flip
-    std::string mode; // "1920x1080@60", empty when no CRTC is set
+    double latencyMedian_ms = 0, latencyP95_ms = 0, latencyP99_ms = 0;  // camera frame to flip
+    std::string mode;  // "1920x1080@60", empty when no CRTC is set
 };
 
 class Display {
@@ -28,13 +28,13 @@ class Display {
     Display(Board& board, const DisplayDescription& description);
     ~Display();
 
-    void addCard();   // puts /dev/dri/card0 in place: the card is there also without a display
-    void plug();      // connects the display
-    void unplug();    // connector disconnected; flips go on completing
+    void addCard();  // puts /dev/dri/card0 in place: the card is there also without a display
+    void plug();     // connects the display
+    void unplug();   // connector disconnected; flips go on completing
     bool plugged() const;
-    void replaceDescription(const DisplayDescription& description); // at once, as after a hot-plug
+    void replaceDescription(const DisplayDescription& description);  // at once, as after a hot-plug
 
-    void holdFlips(bool held); // flips are accepted and complete only when released
+    void holdFlips(bool held);  // flips are accepted and complete only when released
     DisplayFigures figures() const;
     void resetFigures();
 
@@ -46,8 +46,8 @@ class Display {
     std::string startRecording(const std::string& path);
     void stopRecording(std::function<void(const std::string&)> done);
     // Keeps an exact copy of the next `count` scanned-out pictures (at most 64) and writes them to
-    // `folder` as NNN.nv12 (rows without padding) plus index.json: file, frame number, width, height,
-    // flip time. For comparisons by tests.
+    // `folder` as NNN.nv12 (rows without padding) plus index.json: file, frame number, width,
+    // height, flip time. For comparisons by tests.
     void dumpFrames(const std::string& folder, unsigned count,
                     std::function<void(const std::string&)> done);
 
@@ -56,4 +56,4 @@ class Display {
     std::unique_ptr<Impl> impl_;
 };
 
-} // namespace board
+}  // namespace board

@@ -19,11 +19,12 @@ int checked(int descriptor, const char* what) {
     return descriptor;
 }
 
-} // namespace
+}  // namespace
 
 EventLoop::EventLoop()
     : epoll_(checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
-      timer_(checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")),
+      timer_(
+          checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")),
       wakeUp_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")) {
     for (int fd : {timer_, wakeUp_}) {
         epoll_event event{};
@@ -145,7 +146,8 @@ void EventLoop::run() {
                 const auto found = watched_.find(events[i].data.fd);
                 if (found == watched_.end())
                     continue;
-                const auto ready = found->second; // keeps the callback alive if it unwatches itself
+                const auto ready =
+                    found->second;  // keeps the callback alive if it unwatches itself
                 (*ready)(events[i].events);
             }
         }
@@ -153,4 +155,4 @@ void EventLoop::run() {
     }
 }
 
-} // namespace board
+}  // namespace board

@@ -36,7 +36,7 @@ class EventLoop {
     void run();
     void stop();
 
-    static std::int64_t now_ns(); // CLOCK_MONOTONIC of the machine
+    static std::int64_t now_ns();  // CLOCK_MONOTONIC of the machine
 
   private:
     void runDueTimers();
@@ -55,4 +55,4 @@ class EventLoop {
     std::vector<std::function<void()>> posted_;
 };
 
-} // namespace board
+}  // namespace board

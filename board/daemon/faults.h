@@ -20,7 +20,7 @@ class Faults {
     struct Rule {
         std::uint32_t request;
         unsigned skip;
-        unsigned remaining; // 0: for ever
+        unsigned remaining;  // 0: for ever
         bool endless;
         int error;
     };
@@ -30,4 +30,4 @@ class Faults {
 // Number of an ioctl by name; 0 when unknown.
 std::uint32_t ioctlNumber(const std::string& name);
 
-} // namespace board
+}  // namespace board

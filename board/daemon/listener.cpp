@@ -1,14 +1,14 @@
 #include "board/daemon/listener.h"
 
+#include "board/daemon/unixaddress.h"
+
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <system_error>
 
 namespace board {
@@ -30,17 +30,13 @@ int openSpare() {
 Listener::Listener(EventLoop& loop, const std::string& path, int type,
                    std::function<void(int)> accepted)
     : loop_(loop), path_(path), accepted_(std::move(accepted)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path)
-        fail(ENAMETOOLONG, path);
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    const UnixAddress address(path);
     ::unlink(path.c_str());
     fd_ = ::socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd_ < 0)
         fail(errno, "socket");
-    if (::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::chmod(path.c_str(), 0666) != 0 || ::listen(fd_, SOMAXCONN) != 0) {
+    if (::bind(fd_, address.get(), address.size()) != 0 || ::chmod(path.c_str(), 0666) != 0 ||
+        ::listen(fd_, SOMAXCONN) != 0) {
         const int error = errno;
         ::close(fd_);
         fail(error, path);

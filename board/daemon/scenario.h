@@ -9,7 +9,7 @@
 
 namespace board {
 
-struct Fraction { // seconds per frame
+struct Fraction {  // seconds per frame
     std::uint32_t numerator = 0;
     std::uint32_t denominator = 1;
 };
@@ -17,39 +17,39 @@ struct Fraction { // seconds per frame
 struct CameraSize {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    std::vector<Fraction> intervals; // in the camera's order
+    std::vector<Fraction> intervals;  // in the camera's order
 };
 
 struct CameraFormat {
     std::uint32_t fourcc = 0;
     std::string description;
     bool compressed = false;
-    std::vector<CameraSize> sizes; // in the camera's order, repetitions kept
+    std::vector<CameraSize> sizes;  // in the camera's order, repetitions kept
 };
 
 enum class ControlType { integer, boolean, menu, integerMenu, button, bitmask, controlClass };
 
 struct CameraControl {
     std::uint32_t id = 0;
-    std::string name; // as the driver gives it: "Brightness", "Exposure, Auto"
+    std::string name;  // as the driver gives it: "Brightness", "Exposure, Auto"
     ControlType type = ControlType::integer;
     std::int64_t minimum = 0, maximum = 0, step = 1, defaultValue = 0, value = 0;
-    std::uint32_t flags = 0; // V4L2_CTRL_FLAG_...
+    std::uint32_t flags = 0;  // V4L2_CTRL_FLAG_...
     std::map<std::int64_t, std::string> menu;
 };
 
 struct CameraDescription {
-    std::string name;   // the scenario's name for it
-    std::string card;   // 31 characters at most
+    std::string name;  // the scenario's name for it
+    std::string card;  // 31 characters at most
     std::string driver = "uvcvideo";
     std::string busInfo = "usb-0000:00:14.0-1";
-    std::uint32_t version = 0x060101; // major.minor.patch in bytes
+    std::uint32_t version = 0x060101;  // major.minor.patch in bytes
     std::vector<CameraFormat> formats;
     std::vector<CameraControl> controls;
-    std::string recording; // media file; empty: the default recording
+    std::string recording;  // media file; empty: the default recording
 };
 
-struct DisplayMode { // the kernel's drm_mode_modeinfo, field by field
+struct DisplayMode {  // the kernel's drm_mode_modeinfo, field by field
     std::string name;
     std::uint32_t clock_kHz = 0;
     std::uint16_t hdisplay = 0, hsyncStart = 0, hsyncEnd = 0, htotal = 0, hskew = 0;
@@ -62,8 +62,8 @@ struct DisplayMode { // the kernel's drm_mode_modeinfo, field by field
 struct DisplayDescription {
     std::string name;
     std::uint32_t widthMm = 0, heightMm = 0;
-    std::vector<DisplayMode> modes; // in the connector's order; empty: taken from the EDID
-    std::vector<std::uint8_t> edid; // 128-byte blocks; may be empty
+    std::vector<DisplayMode> modes;  // in the connector's order; empty: taken from the EDID
+    std::vector<std::uint8_t> edid;  // 128-byte blocks; may be empty
     std::uint32_t possibleCrtcs = 1;
 };
 
@@ -73,7 +73,7 @@ struct Scenario {
     DisplayDescription display;
     bool hasCamera = true, cameraPlugged = true;
     bool hasDisplay = true, displayPlugged = true;
-    unsigned cameraNumber = 0; // N of the first /dev/videoN
+    unsigned cameraNumber = 0;  // N of the first /dev/videoN
     std::uint32_t speed = 1;
 };
 
@@ -91,4 +91,4 @@ std::string findDisplay(const std::string& nameOrPath);
 // default is the source tree's board/scenarios. Not thread-safe: set it before loading.
 void setScenarioFolder(const std::string& folder);
 
-} // namespace board
+}  // namespace board
