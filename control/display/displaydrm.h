@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <iosfwd>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -93,8 +94,9 @@ class DisplayDrm {
     bool release();  // consumer: gives the oldest slot back; always true
     void cleanQueue();
 
-    // How many 1 ms waits deQueue makes before it gives up.
-    void setDequeueWait(int milliseconds);
+    // From now on no call waits long: deQueue gives up after 5 ms, enQueue drops at once. Any
+    // thread.
+    void stopWaiting();
 
     // Waits at most 50 ms for flip events and dispatches them. When no flip is outstanding, queues
     // one to the blank buffer first. Display task only.
@@ -106,17 +108,15 @@ class DisplayDrm {
     friend struct DisplayDrmTestAccess;
     friend void modeset_page_flip_handler(int, unsigned int, unsigned int, unsigned int, void*);
 
-    struct Path {  // one way from the card to a display
-        std::uint32_t connector = 0, encoder = 0, crtc = 0;
-    };
-
     static int advance(int index) { return (index + 1) % bufferCount; }
     bool slotsFull() const;
     void dropQueued();
 
     void choosePaths(const drmModeRes& resources);
-    void chooseMode(const drmModeConnector& connector, const Path& path);
+    void describeConnector(std::uint32_t id, std::ostream& line);
+    void chooseMode(const drmModeConnector& connector, std::ostream& line);
     bool createBuffers();
+    void paintBlank();
     bool setCrtc();
     bool queueFlip(std::uint32_t framebuffer);
     void showNextFrame();
@@ -142,6 +142,8 @@ class DisplayDrm {
     double lastShownPts = 0.0;
 
     bool flipPending = false;  // a queued flip has not completed; display task only
+    bool flipRefused = false;  // the last flip was refused, and the log says so
+    std::atomic<bool> closing{false};
     std::mutex probeLock;
     std::chrono::steady_clock::time_point lastProbe;
 };
