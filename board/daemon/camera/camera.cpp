@@ -1,0 +1,122 @@
+#include "board/daemon/camera.h"
+
+#include "board/daemon/camera/pluggedcamera.h"
+
+#include <algorithm>
+
+namespace board {
+
+class Camera::Impl {
+  public:
+    Impl(Board& board, const CameraDescription& given)
+        : state(std::make_shared<CameraState>(board)), description(given) {
+        state->worker = std::make_unique<PictureWorker>(
+            board.loop(),
+            [this](const PictureSource& source, const std::shared_ptr<const PictureLoop>& pictures,
+                   const std::string& error) {
+                if (current != nullptr)
+                    current->pump().picturesReady(source, pictures, error);
+            });
+    }
+
+    ~Impl() {
+        unplug();
+        state->worker.reset();
+    }
+
+    void unplug() {
+        if (current == nullptr)
+            return;
+        current->unplug();
+        earlier.push_back(current);
+        current.reset();
+    }
+
+    void forgetClosed() {
+        earlier.erase(std::remove_if(earlier.begin(), earlier.end(),
+                                     [](const auto& camera) { return camera->openHandles() == 0; }),
+                      earlier.end());
+    }
+
+    std::shared_ptr<CameraState> state;
+    CameraDescription description;
+    std::shared_ptr<PluggedCamera> current;
+    std::vector<std::shared_ptr<PluggedCamera>> earlier;  // unplugged, perhaps still open
+};
+
+Camera::Camera(Board& board, const CameraDescription& description)
+    : impl_(std::make_unique<Impl>(board, description)) {}
+
+Camera::~Camera() = default;
+
+std::string Camera::plug(unsigned firstNumber) {
+    if (impl_->current != nullptr)
+        return nodePath();
+    impl_->forgetClosed();
+    unsigned number = firstNumber;
+    const auto taken = [&] {
+        return std::any_of(impl_->earlier.begin(), impl_->earlier.end(),
+                           [&](const auto& camera) { return camera->number() == number; });
+    };
+    while (taken())
+        ++number;
+    impl_->current = std::make_shared<PluggedCamera>(impl_->state, impl_->description, number);
+    impl_->current->plug();
+    return nodePath();
+}
+
+void Camera::unplug() {
+    impl_->unplug();
+    impl_->forgetClosed();
+}
+
+bool Camera::plugged() const {
+    return impl_->current != nullptr;
+}
+
+std::string Camera::nodePath() const {
+    return plugged() ? impl_->current->path() : "";
+}
+
+void Camera::replaceDescription(const CameraDescription& description) {
+    impl_->description = description;
+}
+
+void Camera::stall(bool stalled) {
+    impl_->state->stalled = stalled;
+    if (plugged())
+        impl_->current->pump().setStalled(stalled);
+}
+
+void Camera::setRecording(const std::string& recording) {
+    impl_->state->recording = recording;
+}
+
+void Camera::setPayload(std::uint32_t bytes, unsigned count) {
+    impl_->state->payloadBytes = bytes;
+    impl_->state->payloadFrames = count;
+}
+
+CameraFigures Camera::figures() const {
+    CameraFigures figures;
+    figures.delivered = impl_->state->delivered;
+    figures.lost = impl_->state->lost;
+    if (!plugged())
+        return figures;
+    const CameraFormats& formats = impl_->current->formats();
+    figures.fourcc = formats.fourcc();
+    figures.width = formats.width();
+    figures.height = formats.height();
+    figures.interval = formats.interval();
+    figures.streaming = impl_->current->queue().streaming();
+    return figures;
+}
+
+unsigned Camera::openHandles() const {
+    unsigned count = plugged() ? impl_->current->openHandles() : 0;
+    for (const auto& camera : impl_->earlier)
+        count += camera->openHandles();
+    return count;
+}
+
+}  // namespace board

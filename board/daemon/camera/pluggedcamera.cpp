@@ -1,0 +1,155 @@
+#include "board/daemon/camera/pluggedcamera.h"
+
+#include "board/daemon/camera/camerahandle.h"
+#include "board/media/recording.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace board {
+
+namespace {
+
+constexpr unsigned videoMajor = 81;
+
+std::string fourccText(std::uint32_t fourcc) {
+    std::string text;
+    for (int i = 0; i < 4; ++i)
+        text += char(fourcc >> (8 * i) & 0xff);
+    return text;
+}
+
+}  // namespace
+
+PluggedCamera::PluggedCamera(std::shared_ptr<CameraState> state,
+                             const CameraDescription& description, unsigned number)
+    : state_(std::move(state)),
+      description_(description),
+      number_(number),
+      formats_(description.formats),
+      controls_(description.controls),
+      pump_(state_, queue_, [this] { refresh(); }) {}
+
+PluggedCamera::~PluggedCamera() = default;
+
+std::string PluggedCamera::path() const {
+    return "/dev/video" + std::to_string(number_);
+}
+
+std::unique_ptr<Handle> PluggedCamera::open(std::uint32_t /*fileFlags*/, std::uint32_t /*pid*/,
+                                            int* error) {
+    if (gone_) {
+        *error = ENODEV;
+        return nullptr;
+    }
+    try {
+        auto handle = std::make_unique<CameraHandle>(shared_from_this());
+        handles_.push_back(handle.get());
+        return handle;
+    } catch (const std::system_error& failure) {
+        *error = failure.code().value();
+        return nullptr;
+    }
+}
+
+void PluggedCamera::plug() {
+    state_->board.addNode(path(), videoMajor, number_, *this);
+}
+
+void PluggedCamera::unplug() {
+    if (gone_)
+        return;
+    gone_ = true;
+    state_->board.removeNode(path());
+    pump_.stop();
+    queue_.clear();
+    owner_ = nullptr;
+    for (CameraHandle* handle : handles_) {
+        state_->board.setHandleState(handle->slot, wire::handleGone);
+        handle->hangUp();
+    }
+}
+
+bool PluggedCamera::ownedByOther(const CameraHandle& handle) const {
+    return owner_ != nullptr && owner_ != &handle;
+}
+
+int PluggedCamera::requestBuffers(CameraHandle& handle, v4l2_requestbuffers& request) {
+    const int result = queue_.request(request, formats_.imageBytes());
+    owner_ = queue_.empty() ? nullptr : &handle;
+    return result;
+}
+
+PictureSource PluggedCamera::source() const {
+    PictureSource source;
+    source.recording = !state_->recording.empty() ? state_->recording : description_.recording;
+    if (source.recording.empty())
+        source.recording = defaultRecording();
+    source.fourcc = formats_.fourcc();
+    source.width = formats_.width();
+    source.height = formats_.height();
+    return source;
+}
+
+void PluggedCamera::formatChosen() {
+    pump_.prepare(source());
+}
+
+int PluggedCamera::streamOn(std::uint32_t type) {
+    if (type == V4L2_BUF_TYPE_VIDEO_CAPTURE && queue_.streaming())
+        return 0;
+    if (!queue_.empty() && !canLoadPictures(formats_.fourcc())) {
+        state_->board.log("camera: format " + fourccText(formats_.fourcc()) +
+                          " cannot be delivered yet: stream-on fails");
+        return -EIO;
+    }
+    if (const int error = queue_.streamOn(type))
+        return error;
+    pump_.start(source(), formats_.interval());
+    refresh();
+    return 0;
+}
+
+int PluggedCamera::streamOff(std::uint32_t type) {
+    if (const int error = queue_.streamOff(type))
+        return error;
+    pump_.stop();
+    refresh();
+    return 0;
+}
+
+void PluggedCamera::refresh() {
+    for (CameraHandle* handle : handles_) {
+        // Without a running stream there is nothing to wait for: the descriptor reports at once and
+        // the call that follows says why.
+        const bool live = handle == owner_ && queue_.streaming();
+        handle->signalReady(live && !queue_.failed() ? queue_.doneCount() : 1);
+        const std::uint32_t bits = live ? wire::handleStreaming : 0;
+        if (handle->stateBits == bits)
+            continue;
+        handle->stateBits = bits;
+        state_->board.setHandleState(handle->slot, bits);
+    }
+}
+
+void PluggedCamera::report(const std::vector<ControlChange>& changed, const CameraHandle& by) {
+    const std::int64_t now = now_ns();
+    for (const ControlChange& change : changed) {
+        const v4l2_event_ctrl event = controls_.event(change);
+        for (CameraHandle* handle : handles_)
+            handle->controlChanged(change, event, now, handle == &by);
+    }
+}
+
+void PluggedCamera::closed(CameraHandle& handle) {
+    handles_.erase(std::remove(handles_.begin(), handles_.end(), &handle), handles_.end());
+    if (owner_ != &handle)
+        return;
+    owner_ = nullptr;
+    pump_.stop();
+    queue_.clear();
+}
+
+}  // namespace board
