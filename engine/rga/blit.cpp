@@ -87,7 +87,7 @@ int blit(const Surface& source, const Surface& destination, const Transform& tra
             rgb565FromYuv(picture, destination.rgb, scratch);
             return 0;
         }
-        scalePlane(picture.y, destination.yuv.y);
+        scalePlane(picture.y, destination.yuv.y, scratch);
         scaleChroma(picture, destination.yuv, scratch);
         return 0;
     } catch (const std::bad_alloc&) {

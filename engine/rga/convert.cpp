@@ -36,9 +36,42 @@ YuvPicture take420(Scratch& scratch, int width, int height) {
     return picture;
 }
 
-void scalePairs(const Plane& source, const Plane& destination) {
-    libyuv::UVScale(source.data, source.stride, source.width, source.height, destination.data,
-                    destination.stride, destination.width, destination.height, libyuv::kFilterBox);
+using ScaleStep = void (*)(const Plane& source, const Plane& destination);
+
+// libyuv averages well where it halves, and drops samples (or joins uneven groups of them) at other
+// ratios above two: large reductions go through the nearest power of two.
+void scaleInSteps(const Plane& source, const Plane& destination, int sampleBytes, ScaleStep step,
+                  Scratch& scratch) {
+    int width = source.width;
+    int height = source.height;
+    while (width >= 2 * destination.width && height >= 2 * destination.height) {
+        width /= 2;
+        height /= 2;
+    }
+    const bool direct = width == source.width || sameSize({nullptr, 0, width, height}, destination);
+    if (direct) {
+        step(source, destination);
+        return;
+    }
+    const Plane reduced = takePlane(scratch, width, height, sampleBytes);
+    step(source, reduced);
+    step(reduced, destination);
+}
+
+void scalePairs(const Plane& source, const Plane& destination, Scratch& scratch) {
+    const auto step = [](const Plane& from, const Plane& to) {
+        libyuv::UVScale(from.data, from.stride, from.width, from.height, to.data, to.stride,
+                        to.width, to.height, libyuv::kFilterBox);
+    };
+    scaleInSteps(source, destination, 2, step, scratch);
+}
+
+void scaleArgb(const Plane& source, const Plane& destination, Scratch& scratch) {
+    const auto step = [](const Plane& from, const Plane& to) {
+        libyuv::ARGBScale(from.data, from.stride, from.width, from.height, to.data, to.stride,
+                          to.width, to.height, libyuv::kFilterBox);
+    };
+    scaleInSteps(source, destination, 4, step, scratch);
 }
 
 // Pairs of `source` into two planes of the same size; `first` gets what stands first.
@@ -66,16 +99,13 @@ void setNeutral(const YuvPicture& picture) {
 // An odd picture whose stride leaves no room for the last chroma column has one less than another
 // of the same size: without scaling the common part is copied as it is.
 void cropToDestination(YuvPicture& source, const YuvPicture& destination) {
-    const bool sameRate = half(source.y.height) - source.u.height <= 1;
-    if (!sameSize(source.y, destination.y) || !sameRate) {
+    const bool halvesLines = source.u.height <= half(source.y.height);  // 4:2:2 is scaled
+    if (!sameSize(source.y, destination.y) || !halvesLines) {
         return;
     }
     const auto crop = [&destination](Plane& plane) {
         plane.width = std::min(plane.width, destination.u.width);
-        // 4:2:2 has as many chroma lines as luma lines and is scaled.
-        if (plane.height - destination.u.height == 1) {
-            plane.height = destination.u.height;
-        }
+        plane.height = std::min(plane.height, destination.u.height);
     };
     crop(source.u);
     crop(source.v);
@@ -83,13 +113,13 @@ void cropToDestination(YuvPicture& source, const YuvPicture& destination) {
 
 void pairsToPairs(const YuvPicture& source, const YuvPicture& destination, Scratch& scratch) {
     if (source.vFirst == destination.vFirst) {
-        scalePairs(source.u, destination.u);
+        scalePairs(source.u, destination.u, scratch);
         return;
     }
     Plane scaled = source.u;
     if (!sameSize(source.u, destination.u)) {
         scaled = takePlane(scratch, destination.u.width, destination.u.height, 2);
-        scalePairs(source.u, scaled);
+        scalePairs(source.u, scaled, scratch);
     }
     libyuv::SwapUVPlane(scaled.data, scaled.stride, destination.u.data, destination.u.stride,
                         destination.u.width, destination.u.height);
@@ -104,8 +134,8 @@ void pairsToPlanes(const YuvPicture& source, const YuvPicture& destination, Scra
     const Plane u = takePlane(scratch, source.u.width, source.u.height);
     const Plane v = takePlane(scratch, source.u.width, source.u.height);
     splitPairs(source.u, source.vFirst ? v : u, source.vFirst ? u : v);
-    scalePlane(u, destination.u);
-    scalePlane(v, destination.v);
+    scalePlane(u, destination.u, scratch);
+    scalePlane(v, destination.v, scratch);
 }
 
 void planesToPairs(const YuvPicture& source, const YuvPicture& destination, Scratch& scratch) {
@@ -115,8 +145,8 @@ void planesToPairs(const YuvPicture& source, const YuvPicture& destination, Scra
     }
     const Plane u = takePlane(scratch, destination.u.width, destination.u.height);
     const Plane v = takePlane(scratch, destination.u.width, destination.u.height);
-    scalePlane(source.u, u);
-    scalePlane(source.v, v);
+    scalePlane(source.u, u, scratch);
+    scalePlane(source.v, v, scratch);
     mergePairs(u, v, destination.u, destination.vFirst);
 }
 
@@ -144,10 +174,12 @@ Plane turnPlane(const Plane& source, const Transform& transform, Scratch& scratc
 
 }  // namespace
 
-void scalePlane(const Plane& source, const Plane& destination) {
-    libyuv::ScalePlane(source.data, source.stride, source.width, source.height, destination.data,
-                       destination.stride, destination.width, destination.height,
-                       libyuv::kFilterBox);
+void scalePlane(const Plane& source, const Plane& destination, Scratch& scratch) {
+    const auto step = [](const Plane& from, const Plane& to) {
+        libyuv::ScalePlane(from.data, from.stride, from.width, from.height, to.data, to.stride,
+                           to.width, to.height, libyuv::kFilterBox);
+    };
+    scaleInSteps(source, destination, 1, step, scratch);
 }
 
 void scaleChroma(const YuvPicture& source, const YuvPicture& destination, Scratch& scratch) {
@@ -166,8 +198,8 @@ void scaleChroma(const YuvPicture& source, const YuvPicture& destination, Scratc
     } else if (destination.paired) {
         planesToPairs(part, destination, scratch);
     } else {
-        scalePlane(part.u, destination.u);
-        scalePlane(part.v, destination.v);
+        scalePlane(part.u, destination.u, scratch);
+        scalePlane(part.v, destination.v, scratch);
     }
 }
 
@@ -204,7 +236,7 @@ void rgb565FromYuv(const YuvPicture& source, const Plane& destination, Scratch& 
     const int chromaHeight = half(destination.height);
     if (!sameSize(source.y, destination)) {
         scaled.y = takePlane(scratch, destination.width, destination.height);
-        scalePlane(source.y, scaled.y);
+        scalePlane(source.y, scaled.y, scratch);
     }
     if (source.paired || source.u.width != chromaWidth || source.u.height != chromaHeight) {
         scaled.paired = false;
@@ -238,8 +270,7 @@ void rgb565FromRgb(const Surface& source, const Transform& transform, const Plan
     }
     if (!sameSize(argb, destination)) {
         const Plane scaled = takePlane(scratch, destination.width, destination.height, 4);
-        libyuv::ARGBScale(argb.data, argb.stride, argb.width, argb.height, scaled.data,
-                          scaled.stride, scaled.width, scaled.height, libyuv::kFilterBox);
+        scaleArgb(argb, scaled, scratch);
         argb = scaled;
     }
     libyuv::ARGBToRGB565(argb.data, argb.stride, destination.data, destination.stride,

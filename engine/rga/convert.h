@@ -8,7 +8,7 @@
 namespace rga {
 
 // Copies where the sizes agree. Neither plane may be empty.
-void scalePlane(const Plane& source, const Plane& destination);
+void scalePlane(const Plane& source, const Plane& destination, Scratch& scratch);
 
 // Chroma of `source` into the chroma of `destination`, which has its own size and pairing.
 void scaleChroma(const YuvPicture& source, const YuvPicture& destination, Scratch& scratch);

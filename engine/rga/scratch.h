@@ -24,7 +24,7 @@ class Scratch {
         std::unique_ptr<std::uint8_t[]> memory;
         std::size_t bytes = 0;
     };
-    std::array<Slot, 16> slots_;  // more than the longest blit takes
+    std::array<Slot, 20> slots_;  // more than the longest blit takes
     std::size_t used_ = 0;
 };
 

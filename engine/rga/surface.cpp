@@ -34,7 +34,7 @@ const Format* findFormat(int code) {
 
 bool lies(int offset, int length, int stride) {
     return offset >= 0 && length > 0 && length <= maximumSide && stride <= maximumStride &&
-           length <= stride && offset <= stride - length;
+           offset <= stride - length;
 }
 
 bool lies(const rga_rect& rect) {
