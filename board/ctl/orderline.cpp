@@ -190,6 +190,8 @@ bool readAnswer(const std::string& answer, std::string& text) {
     }
     if (document["ok"].GetBool()) {
         addLines(document, "", text);
+        if (text.empty())
+            text = "done\n";
         return true;
     }
     const bool told = document.HasMember("error") && document["error"].IsString();

@@ -1,6 +1,7 @@
 #include "board/daemon/deviceorders.h"
 
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 
 namespace board {
@@ -11,6 +12,7 @@ namespace {
 
 constexpr unsigned mostCopies = 64;
 constexpr std::size_t longestPath = 4095;
+constexpr std::int64_t framesPatience_ns = 30000000000;
 
 // True for the camera, false for the display.
 bool namesCamera(const JsonPlace& place) {
@@ -102,11 +104,24 @@ void record(JsonObject& order, Display& display, const OrderDone& done) {
     finishing(done)(display.startRecording(absolutePath(order.get("path"))));
 }
 
-void frames(JsonObject& order, Display& display, const OrderDone& done) {
+// A screen on which nothing flips gives no pictures: the order ends all the same.
+void frames(JsonObject& order, Rig& rig, const OrderDone& done) {
     const std::string folder = absolutePath(order.get("folder"));
     const auto count = unsigned(order.get("count").integer(1, mostCopies));
     fs::create_directories(folder);
-    display.dumpFrames(folder, count, finishing(done));
+    EventLoop& loop = rig.board().loop();
+    const auto deadline = std::make_shared<EventLoop::TimerId>(0);
+    const auto once = [&loop, deadline, done](const std::string& error) {
+        if (*deadline == 0)
+            return;
+        loop.cancel(*deadline);
+        *deadline = 0;
+        finishing(done)(error);
+    };
+    *deadline = loop.at(EventLoop::now_ns() + framesPatience_ns, [once, count] {
+        once("the screen did not show " + std::to_string(count) + " pictures within 30 s");
+    });
+    rig.display().dumpFrames(folder, count, once);
 }
 
 std::string fourccText(std::uint32_t fourcc) {
@@ -144,9 +159,8 @@ void addDisplayOrders(Orders& orders, Rig& rig) {
     orders.add("record", [&rig](JsonObject& order, const OrderDone& done) {
         record(order, rig.display(), done);
     });
-    orders.add("frames", [&rig](JsonObject& order, const OrderDone& done) {
-        frames(order, rig.display(), done);
-    });
+    orders.add("frames",
+               [&rig](JsonObject& order, const OrderDone& done) { frames(order, rig, done); });
     orders.addImmediate("figures-reset", [&rig](JsonObject&) {
         rig.display().resetFigures();
         return JsonFields();

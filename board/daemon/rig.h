@@ -16,6 +16,7 @@ class Rig {
     // Puts in place what the scenario says is plugged. Throws std::exception.
     Rig(CoreBoard& board, const Scenario& scenario);
 
+    CoreBoard& board() { return board_; }
     // Null when the scenario has no camera and none was plugged yet.
     Camera* camera() { return camera_.get(); }
     Display& display() { return *display_; }  // the card is always there
