@@ -1,0 +1,3 @@
+#include "control/camera/obsbot.h"
+
+std::atomic<int> ObsBot::dormantStatus{0};

@@ -1,0 +1,47 @@
+// What the camera can deliver, what the display can show, and which of it is used.
+#pragma once
+
+#include "control/task/mediatypes.h"
+
+#include <array>
+#include <string>
+#include <vector>
+
+// Made anew for every connection of a camera; used by one thread.
+class AnalysisFile {
+  public:
+    // `devicePath`: the camera's V4L2 node. Opens nothing.
+    explicit AnalysisFile(std::string devicePath);
+    AnalysisFile(const AnalysisFile&) = delete;
+    AnalysisFile& operator=(const AnalysisFile&) = delete;
+
+    // Asks camera and display and chooses. True when `captureInfo` and `displayInfo` hold a choice.
+    bool openFile();
+
+    // Fills `cardName` and `uvcFmtLists`. False, with one line on standard error, when the node
+    // is no camera to capture from.
+    bool analysisUvcDevice();
+
+    // Pairs a camera mode with a display mode; false when nothing fits. Needs an entry in
+    // `edidModes`, throws std::out_of_range without.
+    bool selectBestFmt();
+
+    // Both sort descending and print the list before and after; equal entries come in any order.
+    void sortFps(std::vector<uvcFmt>& modes);
+    void sortTotalBandwidth(std::vector<uvcFmt>& modes);
+
+    std::string devicePath;
+    decInfo captureInfo{};                           // the camera's mode; all zero: none chosen
+    decInfo displayInfo{};                           // the display's mode; fps is its refresh in Hz
+    std::vector<decInfo> edidModes;                  // in the connector's order, `format` unset
+    std::array<fmtStr, 3> fmtNames;                  // 0 MJPG, 1 YUYV, 2 H264
+    std::array<std::vector<uvcFmt>, 3> uvcFmtLists;  // accepted modes, same index, camera's order
+    std::string cardName;                            // V4L2 card name, without padding
+
+  private:
+    bool queryCapability(int fd);
+    void enumerateFormats(int fd);
+    bool isAccepted(const uvcFmt& mode) const;
+    bool selectExactMatch();
+    bool selectFromList(const std::vector<uvcFmt>& modes, const std::vector<uvcFmt>& displays);
+};
