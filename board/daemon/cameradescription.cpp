@@ -141,11 +141,11 @@ void readRange(JsonObject& object, CameraControl& control) {
         control.maximum = object.get("max").integer(control.minimum, highest);
         object.with("step", [&](const JsonPlace& p) { control.step = p.integer(0, highest); });
     }
-    control.defaultValue = object.get("default").integer(control.minimum, control.maximum);
+    // Cameras exist that report a default or a value outside their own range.
+    control.defaultValue = object.get("default").integer(int32Lowest, UINT32_MAX);
     control.value = control.defaultValue;
-    object.with("value", [&](const JsonPlace& p) {
-        control.value = p.integer(control.minimum, control.maximum);
-    });
+    object.with("value",
+                [&](const JsonPlace& p) { control.value = p.integer(int32Lowest, UINT32_MAX); });
 }
 
 CameraControl readControl(const JsonPlace& place) {

@@ -35,7 +35,7 @@ std::string find(const char* what, const std::string& nameOrPath, const char* su
                  const fs::path& relativeTo) {
     const bool isPath =
         nameOrPath.find('/') != std::string::npos || fs::path(nameOrPath).extension() == ".json";
-    const fs::path folder = fs::path(scenarioFolder()) / subfolder;
+    const fs::path folder = scenarioFolder() + subfolder;
     const fs::path path = isPath ? relativeTo / nameOrPath : folder / (nameOrPath + ".json");
     std::error_code error;
     if (fs::is_regular_file(path, error))
@@ -77,9 +77,9 @@ Scenario readScenario(const JsonPlace& place) {
     scenario.hasCamera = !camera.isNull();
     scenario.hasDisplay = !display.isNull();
     if (scenario.hasCamera)
-        scenario.camera = resolve(camera, "camera", "cameras", readCamera);
+        scenario.camera = resolve(camera, "camera", "/cameras", readCamera);
     if (scenario.hasDisplay)
-        scenario.display = resolve(display, "display", "displays", readDisplay);
+        scenario.display = resolve(display, "display", "/displays", readDisplay);
     object.with("cameraPlugged", [&](const JsonPlace& p) { scenario.cameraPlugged = p.boolean(); });
     object.with("displayPlugged",
                 [&](const JsonPlace& p) { scenario.displayPlugged = p.boolean(); });
@@ -111,11 +111,11 @@ std::string findScenario(const std::string& nameOrPath) {
 }
 
 std::string findCamera(const std::string& nameOrPath) {
-    return find("camera", nameOrPath, "cameras", "");
+    return find("camera", nameOrPath, "/cameras", "");
 }
 
 std::string findDisplay(const std::string& nameOrPath) {
-    return find("display", nameOrPath, "displays", "");
+    return find("display", nameOrPath, "/displays", "");
 }
 
 void setScenarioFolder(const std::string& folder) {

@@ -27,7 +27,7 @@ constexpr OrderWord orderWords[] = {
     {"frames", "@folder #count", "exact copies of the next COUNT scanned-out pictures, to a folder"},
     {"figures", "", "what camera and display counted, open handles per node"},
     {"figures-reset", "", "the display's figures start again at zero"},
-    {"fail", "ioctl #nth #errno [#count]", "the NTHs call of an ioctl from now fails, and COUNT-1 more (1; 0: all)"},
+    {"fail", "ioctl #nth #errno [#count]", "the NTH call of an ioctl from now on fails, and COUNT-1 more (1; 0: all)"},
     {"faults-clear", "", "no ioctl fails on order any more"},
     {"park", "call [thread]", "calls stay in their wait; call: a libc name or an ioctl's; thread: only that one's"},
     {"unpark", "#index", "lift a park, or all of them (INDEX all)"},
