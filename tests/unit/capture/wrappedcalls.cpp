@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstring>
 
 extern "C" {
 
@@ -34,6 +35,9 @@ int __wrap_open(const char* path, int flags, ...) {
     FakeCamera* camera = FakeCamera::current();
     if (camera != nullptr && camera->isNode(path)) {
         return camera->openNode(flags);
+    }
+    if (std::strcmp(path, "/dev/dri/card0") == 0) {
+        path = "/dev/null";  // libdrm's calls are played by the test, but need a descriptor
     }
     va_list rest;
     va_start(rest, flags);
