@@ -151,8 +151,7 @@ void presenceIsFree() {
     CHECK(asked(fd, fake::requests) == before + 1);
 }
 
-// Host nodes of the kinds that the board has are never seen. /dev/input and /dev/null exist on
-// hosts; the names below are made up so that the result is the board's doing.
+// Nodes of the machine of the kinds that the board has are never seen. The test puts them there.
 void hostHidden() {
     struct stat status {};
     for (const char* path : {"/dev/video1", "/dev/dri/renderD128", "/dev/snd/timer",

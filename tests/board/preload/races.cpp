@@ -48,11 +48,11 @@ void calls() {
 void* work(void* side) {
     const int own = *static_cast<int*>(side);
     for (int i = 0; i < rounds; ++i) {
-        calls();
         // The threads take turns, so that the accesses never overlap in time: only the order that
-        // a detector assumes between them decides whether it reports.
+        // a detector assumes between the calls of one and of the other decides what it reports.
         while (turns.load(std::memory_order_relaxed) % 2 != own)
             ::sched_yield();
+        calls();
         touch();
         calls();
         turns.fetch_add(1, std::memory_order_relaxed);

@@ -50,9 +50,17 @@ TEST_P(FastBoard, Case) {
 INSTANTIATE_TEST_SUITE_P(Time, FastBoard, ::testing::Values("sleeps", "waits", "conditions"),
                          [](const auto& info) { return std::string(info.param); });
 
+// On a /dev of its own that has every one of the nodes.
 TEST(PreloadHost, HostDevicesAreHidden) {
+    if (runClient("", {"unshare", "-rm", "true"}).code != 0)
+        GTEST_SKIP() << "this machine allows no mount namespaces";
     fake::Board board;
-    const Result result = runClient(board.folder(), {CLIENT_PROGRAM, "hostHidden"});
+    const std::string script =
+        "mount -t tmpfs none /dev && cd /dev && mkdir dri snd input && "
+        "touch null video1 dri/renderD128 snd/timer input/mice media0 v4l-subdev0 && "
+        "LD_PRELOAD=" CLIENT_LIBRARY " exec " CLIENT_PROGRAM " hostHidden";
+    const Result result = runClient(
+        board.folder(), {"env", "-u", "LD_PRELOAD", "unshare", "-rm", "sh", "-c", script});
     EXPECT_EQ(result.code, 0) << result.err;
     EXPECT_EQ(board.requests(), 0u);  // absence is known without asking
 }

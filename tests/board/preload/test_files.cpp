@@ -56,6 +56,8 @@ TEST_F(PreloadFiles, ShellCommands) {
 }
 
 TEST_F(PreloadFiles, NamesThatOnlyBeginAlikeAreTheHosts) {
+    std::filesystem::create_directories(inRoot("/userdata2"));
+    std::ofstream(inRoot("/usr/bin/startupflagged"));
     EXPECT_NE(shell("touch /userdata2/file").code, 0);
     EXPECT_NE(shell("cat /usr/bin/startupflagged").code, 0);
     EXPECT_EQ(shell("cat /etc/hostname").out, contentOf("/etc/hostname"));
