@@ -10,6 +10,7 @@ namespace {
 
 constexpr int queueLimit = 10;
 constexpr int displayWait_ms = 10;
+constexpr std::uint32_t longestSide = 0xFFFF;  // keeps every product of sizes within its type
 
 // Bytes of a packed YUYV picture; an odd width has a half-used last pair.
 std::uint64_t pictureSize(const msgVideo& frame) {
@@ -20,7 +21,8 @@ std::uint64_t pictureSize(const msgVideo& frame) {
 
 bool isComplete(const msgVideo& frame) {
     const std::uint64_t needed = pictureSize(frame);
-    if (needed != 0 && frame.data[0] != nullptr && frame.length[0] >= needed) {
+    if (needed != 0 && frame.width <= longestSide && frame.height <= longestSide &&
+        frame.data[0] != nullptr && frame.length[0] >= needed) {
         return true;
     }
     logErr("rawvideo frame dropped: ", frame.length[0], " bytes, its picture of ", frame.width, "x",
