@@ -24,13 +24,15 @@ struct NestedBlock {
     template <typename T>
     std::vector<T> sentAs() const {
         std::vector<T> items(sent.size() / sizeof(T));
-        std::memcpy(items.data(), sent.data(), items.size() * sizeof(T));
+        if (!items.empty())
+            std::memcpy(items.data(), sent.data(), items.size() * sizeof(T));
         return items;
     }
     template <typename T>
     void replyWith(const std::vector<T>& items) {
         reply.resize(items.size() * sizeof(T));
-        std::memcpy(reply.data(), items.data(), reply.size());
+        if (!items.empty())
+            std::memcpy(reply.data(), items.data(), reply.size());
     }
 };
 

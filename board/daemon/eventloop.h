@@ -1,6 +1,7 @@
 // The daemon's one thread: descriptors, deadlines, and work that other threads hand over.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -46,7 +47,7 @@ class EventLoop {
     int epoll_ = -1;
     int timer_ = -1;
     int wakeUp_ = -1;
-    volatile bool stopping_ = false;
+    std::atomic<bool> stopping_{false};  // set by other threads and signal handlers
     TimerId lastTimer_ = 0;
     std::map<std::pair<std::int64_t, TimerId>, std::function<void()>> timers_;
     std::unordered_map<TimerId, std::int64_t> timerTimes_;

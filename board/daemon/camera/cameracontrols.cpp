@@ -83,7 +83,6 @@ void fixLimits(CameraControl& control) {
             control.minimum = control.step = 0;
             break;
         case ControlType::integer:
-            control.step = std::max<std::int64_t>(control.step, 1);
             break;
     }
 }
@@ -264,9 +263,12 @@ int CameraControls::adjust(const Item& item, std::int32_t& value) const {
     std::int64_t wanted = value;
     switch (control.type) {
         case ControlType::integer: {
-            wanted = std::clamp(wanted, control.minimum, control.maximum);
-            const std::int64_t steps = (wanted - control.minimum + control.step / 2) / control.step;
-            wanted = std::min(control.minimum + steps * control.step, control.maximum);
+            // Some cameras claim a step of 0.
+            const std::int64_t step = std::max<std::int64_t>(control.step, 1);
+            const std::int64_t highest = std::max(control.minimum, control.maximum);
+            wanted = std::clamp(wanted, control.minimum, highest);
+            const std::int64_t steps = (wanted - control.minimum + step / 2) / step;
+            wanted = std::min(control.minimum + steps * step, highest);
             break;
         }
         case ControlType::boolean:

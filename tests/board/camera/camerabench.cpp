@@ -85,12 +85,14 @@ int Client::extended(std::uint64_t request, v4l2_ext_controls& header,
     NestedBlock block;
     block.sent.resize(items.size() * sizeof items[0]);
     block.capacity = std::uint32_t(block.sent.size());
-    std::memcpy(block.sent.data(), items.data(), block.sent.size());
+    if (!items.empty())
+        std::memcpy(block.sent.data(), items.data(), block.sent.size());
     call.blocks.push_back(block);
     const int result = run(call);
     header = call.load<v4l2_ext_controls>();
     EXPECT_LE(call.blocks[0].reply.size(), block.capacity);
-    std::memcpy(items.data(), call.blocks[0].reply.data(), call.blocks[0].reply.size());
+    if (!call.blocks[0].reply.empty())
+        std::memcpy(items.data(), call.blocks[0].reply.data(), call.blocks[0].reply.size());
     return result;
 }
 
