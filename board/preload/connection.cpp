@@ -40,7 +40,7 @@ long send(int connection, iovec* parts, unsigned count) {
 
 // Receives into `parts`; descriptors go to `received` (-1 where none came).
 long receive(int connection, iovec* parts, unsigned count, int flags, int* received) {
-    alignas(cmsghdr) char control[CMSG_SPACE(maxReceived * sizeof(int))];
+    alignas(cmsghdr) char control[CMSG_SPACE(maxReceived * sizeof(int))] = {};
     msghdr message{};
     message.msg_iov = parts;
     message.msg_iovlen = count;

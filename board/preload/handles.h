@@ -31,7 +31,7 @@ class HandleRef {
   public:
     HandleRef() = default;
     explicit HandleRef(Handle* held) : handle_(held) {}  // takes over a count
-    HandleRef(HandleRef&& other) : handle_(other.handle_) { other.handle_ = nullptr; }
+    HandleRef(HandleRef&& other) noexcept : handle_(other.handle_) { other.handle_ = nullptr; }
     HandleRef& operator=(HandleRef&&) = delete;
     ~HandleRef();
 
@@ -47,7 +47,10 @@ class HandleRef {
 };
 
 namespace detail {
+// Constants initialise them, where they are defined.
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers)
 extern std::atomic<int> openDescriptors;
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers)
 extern std::atomic<std::uint32_t> descriptors[];
 }  // namespace detail
 

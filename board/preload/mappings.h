@@ -11,8 +11,9 @@
 namespace board::preload {
 
 namespace detail {
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): a constant initialises it
 extern std::atomic<int> mappings;
-}
+}  // namespace detail
 
 // The first question of munmap.
 inline bool anyMapped() {

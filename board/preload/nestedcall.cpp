@@ -51,6 +51,7 @@ long NestedCall::add(const wire::NestedPointer& pointer, const unsigned char* ar
         room_ -= block.capacity;
     }
     blocks_[count_] = block;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): kernel structures hold addresses as numbers
     memory_[count_] = reinterpret_cast<void*>(address);
     ++count_;
     return 0;

@@ -15,6 +15,9 @@
 // The same function in the libraries that come after ours (a sanitizer's, or libc's).
 #define NEXT(name) static decltype(::board::preload::nextOf(&::name)) next(#name)
 
+// For functions that no header declares.
+#define NEXT_AS(name, ...) static ::board::preload::Next<__VA_ARGS__> next(#name)
+
 namespace board::preload {
 
 template <typename Function>

@@ -65,8 +65,9 @@ template <typename T = long>
 T toLibc(long result) {
     if (result < 0 && result >= -4095) {
         errno = static_cast<int>(-result);
-        return T(-1);
+        result = -1;
     }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): system calls return addresses as numbers
     return T(result);
 }
 

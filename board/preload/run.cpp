@@ -38,6 +38,7 @@ wire::SharedPage* mapPage() {
     raw(SYS_close, fd);
     if (memory < 0 && memory >= -4095)
         return nullptr;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): system calls return addresses as numbers
     auto* page = reinterpret_cast<wire::SharedPage*>(memory);
     if (page->magic == wire::pageMagic && page->version == wire::protocolVersion)
         return page;

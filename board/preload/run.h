@@ -15,7 +15,9 @@ constexpr std::size_t maxRunFolder = 1024;
 namespace detail {
 constexpr std::uintptr_t undecided = 0;
 constexpr std::uintptr_t noBoard = 1;
-extern std::atomic<std::uintptr_t> page;  // one of the above, or the page's address
+// One of the above, or the page's address.
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): a constant initialises it
+extern std::atomic<std::uintptr_t> page;
 std::uintptr_t attach();
 }  // namespace detail
 
@@ -25,6 +27,7 @@ inline wire::SharedPage* boardPage() {
     std::uintptr_t page = detail::page.load(std::memory_order_acquire);
     if (page == detail::undecided)
         page = detail::attach();
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): one word holds the state and the address
     return page == detail::noBoard ? nullptr : reinterpret_cast<wire::SharedPage*>(page);
 }
 

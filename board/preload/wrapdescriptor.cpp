@@ -101,12 +101,11 @@ WRAPPER(ssize_t, read, (int fd, void* buffer, std::size_t bytes)) {
     return next(fd, buffer, bytes);
 }
 
-extern "C" ssize_t __read_chk(int fd, void* buffer, std::size_t bytes, std::size_t room);
 WRAPPER(ssize_t, __read_chk, (int fd, void* buffer, std::size_t bytes, std::size_t room)) {
     if (isBoards(fd) && bytes <= room)
         if (const HandleRef handle = handleOf(fd))
             return toLibc<ssize_t>(readBoard(*handle, fd, buffer, bytes));
-    NEXT(__read_chk);
+    NEXT_AS(__read_chk, ssize_t(int, void*, std::size_t, std::size_t));
     return next(fd, buffer, bytes, room);
 }
 

@@ -63,7 +63,11 @@ FILE* streamWith(const char* path, const char* mode, Pass pass) {
     if (where.place() != Place::node)
         return pass(where.path());
     const long fd = openNode(where.node(), flagsOf(mode));
-    return fd < 0 ? toLibc<FILE*>(fd), nullptr : ::fdopen(int(fd), mode);
+    if (fd < 0) {
+        errno = int(-fd);
+        return nullptr;
+    }
+    return ::fdopen(int(fd), mode);
 }
 
 }  // namespace
@@ -102,27 +106,23 @@ WRAPPER(int, openat64, (int folder, const char* path, int flags, ...)) {
     return openBelow(next, folder, path, flags, mode);
 }
 
-extern "C" int __open_2(const char* path, int flags);
 WRAPPER(int, __open_2, (const char* path, int flags)) {
-    NEXT(__open_2);
+    NEXT_AS(__open_2, int(const char*, int));
     return openWith(path, flags, [&](const char* real) { return next(real, flags); });
 }
 
-extern "C" int __open64_2(const char* path, int flags);
 WRAPPER(int, __open64_2, (const char* path, int flags)) {
-    NEXT(__open64_2);
+    NEXT_AS(__open64_2, int(const char*, int));
     return openWith(path, flags, [&](const char* real) { return next(real, flags); });
 }
 
-extern "C" int __openat_2(int folder, const char* path, int flags);
 WRAPPER(int, __openat_2, (int folder, const char* path, int flags)) {
-    NEXT(__openat_2);
+    NEXT_AS(__openat_2, int(int, const char*, int));
     return openWith(path, flags, [&](const char* real) { return next(folder, real, flags); });
 }
 
-extern "C" int __openat64_2(int folder, const char* path, int flags);
 WRAPPER(int, __openat64_2, (int folder, const char* path, int flags)) {
-    NEXT(__openat64_2);
+    NEXT_AS(__openat64_2, int(int, const char*, int));
     return openWith(path, flags, [&](const char* real) { return next(folder, real, flags); });
 }
 

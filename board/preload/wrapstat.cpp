@@ -113,59 +113,56 @@ ssize_t linkWith(const char* path, Pass pass) {
 
 // The stat calls come in twos that differ in name and type only, and in an older form with a
 // version in front.
-#define STAT_BY_PATH(name, type)                                                       \
-    WRAPPER(int, name, (const char* path, type* out)) {                                \
+#define STAT_BY_PATH(name, pointer)                                                    \
+    WRAPPER(int, name, (const char* path, pointer out)) {                              \
         NEXT(name);                                                                    \
         return statPath(path, out, [&](const char* real) { return next(real, out); }); \
     }
-#define STAT_BY_DESCRIPTOR(name, type)                                 \
-    WRAPPER(int, name, (int fd, type* out)) {                          \
+#define STAT_BY_DESCRIPTOR(name, pointer)                              \
+    WRAPPER(int, name, (int fd, pointer out)) {                        \
         NEXT(name);                                                    \
         return statDescriptor(fd, out, [&] { return next(fd, out); }); \
     }
-#define STAT_BELOW(name, type)                                                              \
-    WRAPPER(int, name, (int folder, const char* path, type* out, int flags)) {              \
+#define STAT_BELOW(name, pointer)                                                           \
+    WRAPPER(int, name, (int folder, const char* path, pointer out, int flags)) {            \
         NEXT(name);                                                                         \
         return statBelow(folder, path, out, flags,                                          \
                          [&](const char* real) { return next(folder, real, out, flags); }); \
     }
-#define OLD_STAT_BY_PATH(name, type)                                                            \
-    extern "C" int name(int version, const char* path, type* out);                              \
-    WRAPPER(int, name, (int version, const char* path, type* out)) {                            \
-        NEXT(name);                                                                             \
+#define OLD_STAT_BY_PATH(name, pointer)                                                         \
+    WRAPPER(int, name, (int version, const char* path, pointer out)) {                          \
+        NEXT_AS(name, int(int, const char*, pointer));                                          \
         return statPath(path, out, [&](const char* real) { return next(version, real, out); }); \
     }
-#define OLD_STAT_BY_DESCRIPTOR(name, type)                                      \
-    extern "C" int name(int version, int fd, type* out);                        \
-    WRAPPER(int, name, (int version, int fd, type* out)) {                      \
-        NEXT(name);                                                             \
+#define OLD_STAT_BY_DESCRIPTOR(name, pointer)                                   \
+    WRAPPER(int, name, (int version, int fd, pointer out)) {                    \
+        NEXT_AS(name, int(int, int, pointer));                                  \
         return statDescriptor(fd, out, [&] { return next(version, fd, out); }); \
     }
-#define OLD_STAT_BELOW(name, type)                                                          \
-    extern "C" int name(int version, int folder, const char* path, type* out, int flags);   \
-    WRAPPER(int, name, (int version, int folder, const char* path, type* out, int flags)) { \
-        NEXT(name);                                                                         \
-        return statBelow(folder, path, out, flags, [&](const char* real) {                  \
-            return next(version, folder, real, out, flags);                                 \
-        });                                                                                 \
+#define OLD_STAT_BELOW(name, pointer)                                                         \
+    WRAPPER(int, name, (int version, int folder, const char* path, pointer out, int flags)) { \
+        NEXT_AS(name, int(int, int, const char*, pointer, int));                              \
+        return statBelow(folder, path, out, flags, [&](const char* real) {                    \
+            return next(version, folder, real, out, flags);                                   \
+        });                                                                                   \
     }
 
-STAT_BY_PATH(stat, struct stat)
-STAT_BY_PATH(stat64, struct stat64)
-STAT_BY_PATH(lstat, struct stat)
-STAT_BY_PATH(lstat64, struct stat64)
-STAT_BY_DESCRIPTOR(fstat, struct stat)
-STAT_BY_DESCRIPTOR(fstat64, struct stat64)
-STAT_BELOW(fstatat, struct stat)
-STAT_BELOW(fstatat64, struct stat64)
-OLD_STAT_BY_PATH(__xstat, struct stat)
-OLD_STAT_BY_PATH(__xstat64, struct stat64)
-OLD_STAT_BY_PATH(__lxstat, struct stat)
-OLD_STAT_BY_PATH(__lxstat64, struct stat64)
-OLD_STAT_BY_DESCRIPTOR(__fxstat, struct stat)
-OLD_STAT_BY_DESCRIPTOR(__fxstat64, struct stat64)
-OLD_STAT_BELOW(__fxstatat, struct stat)
-OLD_STAT_BELOW(__fxstatat64, struct stat64)
+STAT_BY_PATH(stat, struct stat*)
+STAT_BY_PATH(stat64, struct stat64*)
+STAT_BY_PATH(lstat, struct stat*)
+STAT_BY_PATH(lstat64, struct stat64*)
+STAT_BY_DESCRIPTOR(fstat, struct stat*)
+STAT_BY_DESCRIPTOR(fstat64, struct stat64*)
+STAT_BELOW(fstatat, struct stat*)
+STAT_BELOW(fstatat64, struct stat64*)
+OLD_STAT_BY_PATH(__xstat, struct stat*)
+OLD_STAT_BY_PATH(__xstat64, struct stat64*)
+OLD_STAT_BY_PATH(__lxstat, struct stat*)
+OLD_STAT_BY_PATH(__lxstat64, struct stat64*)
+OLD_STAT_BY_DESCRIPTOR(__fxstat, struct stat*)
+OLD_STAT_BY_DESCRIPTOR(__fxstat64, struct stat64*)
+OLD_STAT_BELOW(__fxstatat, struct stat*)
+OLD_STAT_BELOW(__fxstatat64, struct stat64*)
 
 WRAPPER(int, statx, (int folder, const char* path, int flags, unsigned mask, struct statx* out)) {
     NEXT(statx);
@@ -204,17 +201,14 @@ WRAPPER(ssize_t, readlinkat, (int folder, const char* path, char* out, std::size
     return linkWith(path, [&](const char* real) { return next(folder, real, out, size); });
 }
 
-extern "C" ssize_t __readlink_chk(const char* path, char* out, std::size_t size, std::size_t room);
 WRAPPER(ssize_t, __readlink_chk,
         (const char* path, char* out, std::size_t size, std::size_t room)) {
-    NEXT(__readlink_chk);
+    NEXT_AS(__readlink_chk, ssize_t(const char*, char*, std::size_t, std::size_t));
     return linkWith(path, [&](const char* real) { return next(real, out, size, room); });
 }
 
-extern "C" ssize_t __readlinkat_chk(int folder, const char* path, char* out, std::size_t size,
-                                    std::size_t room);
 WRAPPER(ssize_t, __readlinkat_chk,
         (int folder, const char* path, char* out, std::size_t size, std::size_t room)) {
-    NEXT(__readlinkat_chk);
+    NEXT_AS(__readlinkat_chk, ssize_t(int, const char*, char*, std::size_t, std::size_t));
     return linkWith(path, [&](const char* real) { return next(folder, real, out, size, room); });
 }

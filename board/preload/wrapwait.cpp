@@ -132,7 +132,7 @@ long mark(const Sets& sets, const pollfd& one) {
 
 // select with descriptors of the board, by way of poll.
 long selectByPoll(const Sets& sets, const timespec* timeout, const sigset_t* mask) {
-    auto* wanted = static_cast<pollfd*>(alloca(3 * unsigned(sets.count) * sizeof(pollfd)));
+    auto* wanted = static_cast<pollfd*>(alloca(3 * std::size_t(sets.count) * sizeof(pollfd)));
     unsigned count = 0;
     for (int fd = 0; fd < sets.count; ++fd)
         if (const short events = eventsOf(sets, fd); events != 0)
@@ -182,9 +182,8 @@ WRAPPER(int, poll, (pollfd * fds, nfds_t count, int timeout_ms)) {
     return pollMilliseconds(fds, count, timeout_ms);
 }
 
-extern "C" int __poll_chk(pollfd* fds, nfds_t count, int timeout_ms, std::size_t bytes);
 WRAPPER(int, __poll_chk, (pollfd * fds, nfds_t count, int timeout_ms, std::size_t bytes)) {
-    NEXT(__poll_chk);
+    NEXT_AS(__poll_chk, int(pollfd*, nfds_t, int, std::size_t));
     // libc's own check ends the program when the array is too short.
     if (nothingToDo() || bytes / sizeof(pollfd) < count || !needsBoard(fds, count))
         return next(fds, count, timeout_ms, bytes);
@@ -198,12 +197,10 @@ WRAPPER(int, ppoll, (pollfd * fds, nfds_t count, const timespec* timeout, const 
     return pollTimespec(fds, count, timeout, mask);
 }
 
-extern "C" int __ppoll_chk(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask,
-                           std::size_t bytes);
 WRAPPER(int, __ppoll_chk,
         (pollfd * fds, nfds_t count, const timespec* timeout, const sigset_t* mask,
          std::size_t bytes)) {
-    NEXT(__ppoll_chk);
+    NEXT_AS(__ppoll_chk, int(pollfd*, nfds_t, const timespec*, const sigset_t*, std::size_t));
     if (nothingToDo() || bytes / sizeof(pollfd) < count || !needsBoard(fds, count))
         return next(fds, count, timeout, mask, bytes);
     return pollTimespec(fds, count, timeout, mask);
