@@ -14,9 +14,9 @@ DisplayDrm::DisplayDrm(decInfo mode) : modeInfo(mode) {
 }
 
 DisplayDrm::~DisplayDrm() {
-    close_drm_display();
     DisplayDrm* self = this;
     drmdev.compare_exchange_strong(self, nullptr);
+    close_drm_display();
 }
 
 DisplayDrm* DisplayDrm::getDrmDev() {

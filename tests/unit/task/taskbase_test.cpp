@@ -8,6 +8,19 @@
 #include <thread>
 #include <vector>
 
+static std::atomic<bool> threadsAreRefused{false};
+
+extern "C" {
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+                          void* argument);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+                          void* argument);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+                          void* argument) {
+    return threadsAreRefused ? EAGAIN : __real_pthread_create(thread, attributes, run, argument);
+}
+}
+
 namespace {
 
 // A worker that notes what its loop does.
@@ -174,6 +187,16 @@ TEST(TaskBase, WaitJoinsOnceAndNothingWithoutThreads) {
     EXPECT_EQ(worker.left, 3);
     worker.wait();
     EXPECT_EQ(worker.left, 3);
+}
+
+TEST(TaskBase, AThreadThatCannotBeStartedIsNotWaitedFor) {
+    Worker worker;
+    threadsAreRefused = true;
+    EXPECT_EQ(worker.activate(2), 1);
+    threadsAreRefused = false;
+    EXPECT_EQ(worker.thr_count(), 0U);
+    worker.wait();
+    EXPECT_EQ(worker.entered, 0);
 }
 
 TEST(TaskBase, CanBeStartedAgain) {
