@@ -1,0 +1,124 @@
+// libdrm's modetest on the board's display.
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "board/daemon/scenario.h"
+#include "tests/support/client.h"
+
+namespace {
+
+using support::Board;
+using support::ClientResult;
+using support::Milliseconds;
+
+struct Ids {
+    std::string connector, encoder, crtc;
+};
+
+// The first line of each table that begins with a number.
+Ids findIds(Board& board) {
+    const ClientResult result = runClient(board, {"modetest", "-M", "rockchip", "-c", "-p", "-e"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    Ids ids;
+    std::string* wanted = nullptr;
+    std::istringstream lines(result.out);
+    for (std::string line; std::getline(lines, line);) {
+        if (line == "Connectors:") {
+            wanted = &ids.connector;
+        } else if (line == "Encoders:") {
+            wanted = &ids.encoder;
+        } else if (line == "CRTCs:") {
+            wanted = &ids.crtc;
+        } else if (line == "Planes:") {
+            wanted = nullptr;
+        } else if (wanted != nullptr && wanted->empty() && !line.empty() &&
+                   std::isdigit(static_cast<unsigned char>(line[0])) != 0) {
+            *wanted = line.substr(0, line.find_first_not_of("0123456789"));
+        }
+    }
+    return ids;
+}
+
+TEST(Modetest, ListsTheConnectorsModes) {
+    Board board("default");
+    const ClientResult result = runClient(board, {"modetest", "-M", "rockchip", "-c"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_TRUE(std::regex_search(result.out, std::regex("\tconnected\t"))) << result.out;
+    const board::DisplayDescription display =
+        board::loadDisplay(board::findDisplay("synthetic-1080p60"));
+    std::vector<std::string> listed, described;
+    static const std::regex mode(
+        R"(^\s+#(\d+) (\S+) [\d.]+ (\d+) (\d+) (\d+) (\d+) (\d+) (\d+) (\d+) (\d+) (\d+) )");
+    std::istringstream lines(result.out);
+    std::smatch match;
+    for (std::string line; std::getline(lines, line);) {
+        if (std::regex_search(line, match, mode)) {
+            std::string text = match.str(2);
+            for (int field = 3; field <= 11; ++field) {
+                text += " " + match.str(std::size_t(field));
+            }
+            listed.push_back(text);
+        }
+    }
+    for (const board::DisplayMode& m : display.modes) {
+        std::ostringstream text;
+        text << m.name << " " << m.hdisplay << " " << m.hsyncStart << " " << m.hsyncEnd << " "
+             << m.htotal << " " << m.vdisplay << " " << m.vsyncStart << " " << m.vsyncEnd << " "
+             << m.vtotal << " " << m.clock_kHz;
+        described.push_back(text.str());
+    }
+    EXPECT_EQ(listed, described) << result.out;
+}
+
+TEST(Modetest, UnpluggedDisplayIsDisconnected) {
+    Board board("default");
+    board.unplug("display");
+    const ClientResult result = runClient(board, {"modetest", "-M", "rockchip", "-c"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_TRUE(std::regex_search(result.out, std::regex("\tdisconnected\t"))) << result.out;
+}
+
+struct Flip {
+    const char* mode;  // as modetest takes it
+    const char* format;
+    double refresh_Hz;  // clock / (htotal * vtotal)
+};
+
+class ModetestFlips : public testing::TestWithParam<Flip> {};
+
+TEST_P(ModetestFlips, RunAtTheModesRate) {
+    Board board("default");
+    const Ids ids = findIds(board);
+    const std::string setting =
+        ids.connector + "@" + ids.crtc + ":" + GetParam().mode + "@" + GetParam().format;
+    // It ends when its standard input does.
+    const auto program =
+        startClient(board, {"modetest", "-M", "rockchip", "-v", "-s", setting}, true);
+    std::size_t next = 0;
+    for (int report = 0; report < 3; ++report) {
+        const auto index =
+            program->err().waitForMatch(R"(^freq: [\d.]+Hz)", Milliseconds(10000), next);
+        ASSERT_TRUE(index.has_value()) << program->out().text() << program->err().text();
+        next = *index + 1;
+    }
+    const std::string line = program->err().all().at(next - 1);
+    EXPECT_NEAR(std::stod(line.substr(6)), GetParam().refresh_Hz, GetParam().refresh_Hz / 100);
+    EXPECT_EQ(board.display().mode.rfind(std::string(GetParam().mode).substr(0, 8), 0), 0u)
+        << board.display().mode;
+    program->closeInput();
+    EXPECT_EQ(program->waitForEnd(Milliseconds(10000)).value_or(-1), 0) << program->err().text();
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, ModetestFlips,
+                         testing::Values(Flip{"1920x1080-60", "NV12", 60},
+                                         Flip{"1920x1080-60", "XR24", 60},
+                                         Flip{"1280x720-50", "NV12", 50}),
+                         [](const auto& info) {
+                             return std::string(info.param.format) + "_" +
+                                    std::to_string(info.index);
+                         });
+
+}  // namespace

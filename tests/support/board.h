@@ -1,0 +1,83 @@
+// A virtual board for one test: its daemon, its run folder, its orders.
+#pragma once
+
+#include "tests/support/process.h"
+
+#include <rapidjson/document.h>
+
+#include <cstdint>
+#include <string>
+
+namespace support {
+
+struct CameraFigures {
+    std::uint64_t delivered = 0;
+    std::uint64_t lost = 0;
+    std::uint32_t width = 0, height = 0;
+    bool streaming = false;
+    unsigned openHandles = 0;
+    std::string node;  // empty while unplugged
+};
+
+struct DisplayFigures {
+    std::uint64_t flips = 0, shown = 0, repeated = 0, skipped = 0, outOfOrder = 0;
+    std::uint32_t lastFrame = 0;
+    double latencyMedian_ms = 0, latencyP95_ms = 0, latencyP99_ms = 0;
+    std::string mode;  // empty when no CRTC is set
+};
+
+// Ends with the object: the daemon must end with 0 on SIGTERM and leave no socket behind, else the
+// running test fails.
+class Board {
+  public:
+    // `scenario` is a name or a path. Throws std::runtime_error when the board does not come up.
+    explicit Board(const std::string& scenario, unsigned speed = 1);
+    ~Board();
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
+
+    const std::string& folder() const { return folder_; }
+    unsigned speed() const { return speed_; }
+    Process& daemon() { return *daemon_; }
+    // Where the application's fixed path lies on this board.
+    std::string rootPath(const std::string& path) const { return folder_ + "/root" + path; }
+
+    // One line of JSON there and one back. Fails the running test when the daemon refuses.
+    rapidjson::Document order(const std::string& json);
+    // The same without the failure: for orders that shall be refused.
+    rapidjson::Document tryOrder(const std::string& json);
+
+    void plug(const std::string& device);  // "camera", "display"
+    void unplug(const std::string& device);
+    void stallCamera(bool stalled);
+    void holdFlips(bool held);
+    // The nth call from now (from 1) fails, and the ones after it up to `count` (0: all).
+    void fail(const std::string& ioctlName, unsigned nth, int error, unsigned count = 1);
+    void clearFaults();
+    void park(const std::string& call, const std::string& thread);
+    void unpark();
+    bool waitForPark(Milliseconds patience);  // until a park in force holds a call
+    void setPayload(std::uint32_t bytes, unsigned count);
+    void setRecording(const std::string& recording);
+    void stepClock(std::int64_t seconds);
+    void resetFigures();
+    CameraFigures camera();
+    DisplayFigures display();
+    // Waits until `wanted` holds for the figures; false after the deadline (scaled).
+    bool waitForDisplay(const std::function<bool(const DisplayFigures&)>& wanted,
+                        Milliseconds patience);
+    bool waitForCamera(const std::function<bool(const CameraFigures&)>& wanted,
+                       Milliseconds patience);
+
+  private:
+    void connect();
+    std::string exchange(const std::string& line);
+
+    std::string folder_;
+    unsigned speed_;
+    std::unique_ptr<Process> daemon_;
+    int socket_ = -1;
+    std::string received_;
+};
+
+}  // namespace support

@@ -1,0 +1,67 @@
+// Corners of a capture session that can be seen from outside.
+
+#include <gtest/gtest.h>
+
+#include "tests/support/application.h"
+#include "tests/support/picture.h"
+#include "tests/support/scenarios.h"
+
+namespace {
+
+using support::Application;
+using support::benchScenario;
+using support::Board;
+using support::Milliseconds;
+
+TEST(Edges, FramesOfTheFirstSecondAreNotShown) {
+    Board board(benchScenario("small"));
+    Application application(board);
+    application.expectPlaying();
+    const std::vector<support::ShownFrame> frames = takeShownFrames(board, 2);
+    ASSERT_GE(frames.size(), 1u);
+    EXPECT_EQ(board.camera().lost, 0u);
+    // Numbers count from 0 at every start of the stream.
+    EXPECT_EQ(frames.front().frame, 30u);
+}
+
+TEST(Edges, SilentSecondEndsTheSession) {
+    Board board(benchScenario("small"));
+    Application application(board);
+    const std::size_t next = application.expectPlaying();
+    ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 5; },
+                                     Milliseconds(10000)));
+    board.stallCamera(true);
+    const auto began = support::Clock::now();
+    ASSERT_TRUE(application.err().waitForExactly("select timeout", Milliseconds(5000)).has_value());
+    const double waited_s = std::chrono::duration<double>(support::Clock::now() - began).count();
+    EXPECT_GE(waited_s, 0.85);  // one frame may have been ready still
+    EXPECT_LE(waited_s, 2.0 * support::timeFactor());
+    application.expectLine("statue: STATUE_POOL_PLAY ==> STATUE_POOL_PLAYERR", Milliseconds(5000),
+                           next);
+}
+
+TEST(Edges, ShortFrameIsDroppedWithOneLine) {
+    Board board(benchScenario("small"));
+    Application application(board);
+    const std::size_t next = application.expectPlaying();
+    ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 5; },
+                                     Milliseconds(10000)));
+    const std::size_t linesBefore = application.err().size() + application.out().size();
+    board.resetFigures();
+    board.setPayload(1000, 3);
+    ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 30; },
+                                     Milliseconds(10000)));
+    EXPECT_EQ(board.display().skipped, 3u);
+    EXPECT_EQ(board.display().outOfOrder, 0u);
+    std::size_t said = 0;
+    for (const auto* log : {&application.out(), &application.err()}) {
+        for (const std::string& line : log->all()) {
+            said += line.find("1000") != std::string::npos ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(said, 3u) << application.out().text() << application.err().text();
+    EXPECT_GT(application.err().size() + application.out().size(), linesBefore);
+    EXPECT_FALSE(application.out().waitForMatch("^statue: ", Milliseconds(0), next).has_value());
+}
+
+}  // namespace

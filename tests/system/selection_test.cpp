@@ -1,0 +1,95 @@
+// Real cameras on real displays: the application chooses what a second description of the rules
+// says.
+
+#include "control/task/fourcc.h"
+#include "tests/support/application.h"
+#include "tests/unit/capture/selectionoracle.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <regex>
+
+namespace {
+
+using support::Application;
+using support::Board;
+using support::Milliseconds;
+
+struct Pair {
+    const char* camera;
+    const char* display;
+};
+
+// What the log says about the choice; nothing when the start failed without one.
+std::optional<oracle::Choice> chosenBy(Application& application) {
+    const auto end = application.out().waitForMatch(
+        R"(^###!!!---\*\*\*  select edid|^statue: .*OPENFAID)", Milliseconds(15000));
+    if (!end) {
+        ADD_FAILURE() << application.out().text();
+        return std::nullopt;
+    }
+    static const std::map<std::string, std::uint32_t> formats = {{"   Mjpeg   ", fourccOf("MJPG")},
+                                                                 {"   Yuyv    ", fourccOf("YUYV")},
+                                                                 {"   H264    ", fourccOf("H264")}};
+    static const std::regex camera(
+        R"(^###!!!---\*\*\*  select fmt \(([a-z ]+)\) \*\*\*---!!!### :(.{11})(\d+)x(\d+)@(\d+)$)");
+    static const std::regex display(
+        R"(^###!!!---\*\*\*  select edid \(([a-z ]+)\) \*\*\*---!!!### :(\d+)x(\d+)@(\d+)$)");
+    oracle::Choice choice;
+    std::smatch match;
+    for (const std::string& line : application.out().all()) {
+        if (std::regex_match(line, match, camera)) {
+            choice.kind = match.str(1);
+            choice.camera = {formats.at(match.str(2)), unsigned(std::stoul(match.str(3))),
+                             unsigned(std::stoul(match.str(4))),
+                             unsigned(std::stoul(match.str(5)))};
+        } else if (std::regex_match(line, match, display)) {
+            EXPECT_EQ(match.str(1), choice.kind);
+            choice.display = {0, unsigned(std::stoul(match.str(2))),
+                              unsigned(std::stoul(match.str(3))),
+                              unsigned(std::stoul(match.str(4)))};
+        }
+    }
+    return choice.kind.empty() ? std::nullopt : std::optional<oracle::Choice>(choice);
+}
+
+class Selection : public testing::TestWithParam<Pair> {};
+
+TEST_P(Selection, IsTheRules) {
+    const Pair pair = GetParam();
+    const oracle::Modes camera =
+        oracle::offeredBy(board::loadCamera(board::findCamera(pair.camera)));
+    const oracle::Modes display =
+        oracle::listedBy(board::loadDisplay(board::findDisplay(pair.display)).modes);
+    std::vector<oracle::Choice> right;
+    if (!camera.empty() && !display.empty()) {
+        right = oracle::rightChoices(camera, display);
+    }
+    const std::string folder = support::makeTemporaryFolder("pair-");
+    const std::string path = folder + "/scenario.json";
+    support::writeFile(path, std::string(R"({"name": "pair", "camera": ")") + pair.camera +
+                                 R"(", "display": ")" + pair.display + R"("})");
+    Board board(path, 4);
+    std::filesystem::remove_all(folder);
+    Application application(board);
+    std::optional<oracle::Choice> chosen = chosenBy(application);
+    std::string expected;
+    for (oracle::Choice& choice : right) {
+        choice.display.format = 0;  // the log does not tell it
+        expected += describe(choice) + "\n";
+    }
+    ASSERT_EQ(chosen.has_value(), !right.empty()) << "right: " << expected;
+    if (chosen) {
+        std::printf("%s on %s: %s\n", pair.camera, pair.display, describe(*chosen).c_str());
+        EXPECT_NE(std::find(right.begin(), right.end(), *chosen), right.end())
+            << describe(*chosen) << "; right: " << expected;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pairs, Selection,
+                         testing::Values(Pair{"synthetic-yuyv", "synthetic-1080p60"}));
+
+}  // namespace
