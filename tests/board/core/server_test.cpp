@@ -73,7 +73,7 @@ TEST_F(ServedBoard, FailedCallLeavesTheArgumentUnlessTheDeviceWants) {
     const auto replied = client.ioctl(std::uint32_t(VIDIOC_G_INPUT), bytesOf(0));
     EXPECT_EQ(replied.header.result, -EBUSY);
     EXPECT_EQ(replied.payload, bytesOf(7));
-    faults_.add("VIDIOC_QUERYCAP", 1, EIO, 1);
+    onLoop([&] { faults_.add("VIDIOC_QUERYCAP", 1, EIO, 1); });
     const auto failed = client.ioctl(queryCapabilities, bytesOf(v4l2_capability{}));
     EXPECT_EQ(failed.header.result, -EIO);
     EXPECT_EQ(failed.header.argBytes, 0u);
