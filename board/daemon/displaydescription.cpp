@@ -1,4 +1,5 @@
 #include "board/daemon/descriptions.h"
+#include "board/edid/edidmodes.h"
 
 #include <drm_mode.h>
 
@@ -131,6 +132,8 @@ DisplayDescription readDisplay(const JsonPlace& place) {
         display.modes.push_back(readMode(mode));
     object.with("edid", [&](const JsonPlace& p) { display.edid = readEdid(p); });
     object.finish();
+    if (display.modes.empty())
+        display.modes = modesFromEdid(display.edid);
     return display;
 }
 

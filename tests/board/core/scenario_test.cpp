@@ -3,6 +3,7 @@
 #include <linux/videodev2.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
@@ -108,6 +109,25 @@ TEST_F(ScenarioFiles, DisplayFieldByField) {
     EXPECT_EQ(mode.flags, std::uint32_t(DRM_MODE_FLAG_PHSYNC));
     EXPECT_EQ(mode.type, 72u);
     EXPECT_EQ(display.widthMm, 500u);
+}
+
+TEST_F(ScenarioFiles, ModesOutOfTheEdidWhenNoneAreListed) {
+    setScenarioFolder(SCENARIO_FOLDER);
+    const auto edid = loadDisplay(findDisplay("synthetic-1080p60")).edid;
+    std::string text;
+    for (const std::uint8_t byte : edid) {
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    const auto display =
+        loadDisplay(write("e.json", R"({"name": "e", "modes": [], "edid": ")" + text + "\"}"));
+    ASSERT_FALSE(display.modes.empty());
+    EXPECT_EQ(display.modes[0].name, "1920x1080");
+    EXPECT_EQ(display.modes[0].vrefresh_Hz, 60u);
+    EXPECT_EQ(std::count_if(display.modes.begin(), display.modes.end(),
+                            [](const DisplayMode& mode) { return mode.name == "1680x1050"; }),
+              1);
+    EXPECT_TRUE(loadDisplay(write("f.json", R"({"name": "f", "modes": []})")).modes.empty());
 }
 
 TEST_F(ScenarioFiles, ErrorsNameFileAndPlace) {
