@@ -118,8 +118,9 @@ int CardHandle::version(IoctlCall& call) {
     for (std::size_t i = 0; i < 3 && i < call.blocks.size(); ++i) {
         // These, unlike lists, are given as far as there is room.
         NestedBlock& block = call.blocks[i];
-        block.reply.resize(std::min<std::size_t>(block.capacity, texts[i].size()));
-        std::memcpy(block.reply.data(), texts[i].data(), block.reply.size());
+        const std::size_t length = std::min<std::size_t>(block.capacity, texts[i].size());
+        const auto* text = reinterpret_cast<const std::byte*>(texts[i].data());
+        block.reply.assign(text, text + length);
     }
     call.store(info);
     return 0;

@@ -95,7 +95,8 @@ class CardHandle final : public Handle {
 // Fills block `index` with `items` when the caller has room for all of them.
 template <typename T>
 void replyList(IoctlCall& call, std::size_t index, const std::vector<T>& items) {
-    if (index < call.blocks.size() && call.blocks[index].capacity >= items.size() * sizeof(T))
+    if (!items.empty() && index < call.blocks.size() &&
+        call.blocks[index].capacity >= items.size() * sizeof(T))
         call.blocks[index].replyWith(items);
 }
 

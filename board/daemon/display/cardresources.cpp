@@ -18,7 +18,7 @@ int CardHandle::getResources(IoctlCall& call) {
     replyList(call, 3, std::vector<std::uint32_t>{id::encoder});
     resources.count_fbs = std::uint32_t(framebuffers_.size());
     resources.count_crtcs = resources.count_connectors = resources.count_encoders = 1;
-    resources.min_width = resources.min_height = 4;
+    resources.min_width = resources.min_height = 0;
     resources.max_width = resources.max_height = maxFramebufferSide;
     call.store(resources);
     return 0;

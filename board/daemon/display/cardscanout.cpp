@@ -5,6 +5,7 @@
 #include <drm_mode.h>
 
 #include <cerrno>
+#include <cstring>
 #include <limits>
 
 namespace board {
@@ -51,7 +52,7 @@ int CardHandle::setCrtc(IoctlCall& call) {
     if ((wanted.count_connectors > 0) != (wanted.mode_valid != 0) || wanted.count_connectors > 1)
         return -EINVAL;
     if (wanted.count_connectors == 1) {
-        if (call.blocks.empty())
+        if (call.blocks.empty() || call.blocks[0].sent.empty())
             return -EFAULT;
         const std::vector<std::uint32_t> connectors = call.blocks[0].sentAs<std::uint32_t>();
         if (connectors.empty())
@@ -105,7 +106,9 @@ int CardHandle::pageFlip(IoctlCall& call) {
 
 int CardHandle::waitVblank(IoctlCall& call) {
     auto wait = call.load<drm_wait_vblank>();
-    const std::uint32_t type = wait.request.type;
+    // Any bits can come; the field's own type knows only the named ones.
+    std::uint32_t type = 0;
+    std::memcpy(&type, &wait.request.type, sizeof type);
     constexpr std::uint32_t known = _DRM_VBLANK_RELATIVE | _DRM_VBLANK_EVENT |
                                     _DRM_VBLANK_NEXTONMISS | _DRM_VBLANK_SECONDARY |
                                     _DRM_VBLANK_HIGH_CRTC_MASK;

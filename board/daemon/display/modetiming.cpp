@@ -38,7 +38,7 @@ double refresh_Hz(const drm_mode_modeinfo& mode) {
 }
 
 bool isUsableMode(const drm_mode_modeinfo& mode) {
-    if (mode.clock == 0 || mode.hdisplay == 0 || mode.vdisplay == 0)
+    if (mode.hdisplay == 0 || mode.vdisplay == 0)
         return false;
     if (mode.hsync_start < mode.hdisplay || mode.hsync_end < mode.hsync_start ||
         mode.htotal < mode.hsync_end)

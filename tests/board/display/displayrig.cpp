@@ -143,11 +143,9 @@ std::vector<drm_mode_modeinfo> Client::modes() {
     ioctlCall.blocks.resize(4);
     ioctlCall.blocks[1].capacity = 100 * sizeof(drm_mode_modeinfo);
     call(ioctlCall);
-    std::vector<drm_mode_modeinfo> modes(ioctlCall.blocks[1].reply.size() /
-                                         sizeof(drm_mode_modeinfo));
-    std::memcpy(modes.data(), ioctlCall.blocks[1].reply.data(),
-                modes.size() * sizeof(drm_mode_modeinfo));
-    return modes;
+    NestedBlock& list = ioctlCall.blocks[1];
+    list.sent = list.reply;
+    return list.sent.empty() ? std::vector<drm_mode_modeinfo>() : list.sentAs<drm_mode_modeinfo>();
 }
 
 drm_mode_get_encoder Client::encoder() {

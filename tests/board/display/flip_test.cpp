@@ -83,6 +83,23 @@ TEST_F(Flips, heldFlipsCompleteWhenReleased) {
     EXPECT_GE(time_us(*event), released_us);
 }
 
+TEST_F(Flips, vblanksGoOnWhileFlipsAreHeld) {
+    rig.board.run([&] { rig.display->holdFlips(true); });
+    ASSERT_EQ(client.flip(second.framebufferId(), 5), 0);
+    for (std::uint32_t i = 1; i <= 3; ++i) {
+        drm_wait_vblank notify{};
+        notify.request.type =
+            drm_vblank_seq_type(std::uint32_t(_DRM_VBLANK_RELATIVE) | _DRM_VBLANK_EVENT);
+        notify.request.sequence = i;
+        ASSERT_EQ(client.call(DRM_IOCTL_WAIT_VBLANK, notify), 0);
+        const auto event = client.event();
+        ASSERT_TRUE(event);
+        EXPECT_EQ(event->base.type, std::uint32_t(DRM_EVENT_VBLANK));
+    }
+    EXPECT_EQ(client.flip(first.framebufferId()), -EBUSY);
+    EXPECT_EQ(rig.figures().flips, 0u);
+}
+
 TEST_F(Flips, goOnAfterTheDisplayIsUnplugged) {
     ASSERT_EQ(client.flip(second.framebufferId()), 0);
     rig.board.run([&] { rig.display->unplug(); });

@@ -220,13 +220,15 @@ TEST_F(Modeset, propertiesAreCheckedAndKept) {
         EXPECT_EQ(set(client, id, 101), -EINVAL) << name;
         EXPECT_EQ(property(client, name), 50u) << name;
     }
-    std::uint32_t format = 0, edid = 0;
+    std::uint32_t format = 0, edid = 0, nonDesktop = 0;
     EXPECT_EQ(property(client, "hdmi_output_format", &format), 0u);
     EXPECT_EQ(set(client, format, 1), 0);
     EXPECT_EQ(property(client, "hdmi_output_format"), 1u);
     EXPECT_EQ(set(client, format, 9), -EINVAL);
     property(client, "EDID", &edid);
-    EXPECT_EQ(set(client, edid, 0), -EINVAL);  // immutable
+    EXPECT_EQ(set(client, edid, 0), -EINVAL);
+    property(client, "non-desktop", &nonDesktop);
+    EXPECT_EQ(set(client, nonDesktop, 1), -EINVAL);  // in range, but immutable
     EXPECT_EQ(set(client, 777, 0), -EINVAL);
     drm_mode_connector_set_property old{};
     old.connector_id = connectorId;

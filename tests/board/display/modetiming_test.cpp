@@ -42,6 +42,17 @@ TEST(ModeTiming, indexIsTheLastVblankAtOrBefore) {
     }
 }
 
+TEST(ModeTiming, indexHoldsAtEveryBoundary) {
+    DisplayMode description = mode1080p60();
+    description.clock_kHz = 148352;
+    const VblankTiming timing(toModeInfo(description), 12345);
+    for (std::uint64_t index = 1; index < 3000000; index += 7) {
+        const std::int64_t time = timing.time_ns(index);
+        ASSERT_EQ(timing.indexAt(time), index);
+        ASSERT_EQ(timing.indexAt(time - 1), index - 1);
+    }
+}
+
 TEST(ModeTiming, interlacedFieldsComeTwiceAsOften) {
     drm_mode_modeinfo mode = toModeInfo(mode1080p60());
     mode.flags |= DRM_MODE_FLAG_INTERLACE;

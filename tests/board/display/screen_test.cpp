@@ -132,6 +132,17 @@ TEST_F(Screen, consoleAndDarkScreenAreBlack) {
     Canvas canvas(client, 656, 480);
     canvas.fill(235, 128, 128);
     show(canvas);
+    drm_mode_connector_set_property power{};
+    power.connector_id = 33;
+    power.prop_id = 2;
+    power.value = DRM_MODE_DPMS_OFF;
+    ASSERT_EQ(client.call(DRM_IOCTL_MODE_SETPROPERTY, power), 0);
+    ASSERT_EQ(takePicture(folder + "/asleep.png"), "");
+    EXPECT_EQ(readPng(folder + "/asleep.png").at(300, 300), (std::vector<int>{0, 0, 0}));
+    power.value = DRM_MODE_DPMS_ON;
+    ASSERT_EQ(client.call(DRM_IOCTL_MODE_SETPROPERTY, power), 0);
+    ASSERT_EQ(takePicture(folder + "/awake.png"), "");
+    EXPECT_GT(readPng(folder + "/awake.png").at(300, 300)[0], 250);
     ASSERT_EQ(client.crtcOff(), 0);
     ASSERT_EQ(takePicture(folder + "/off.png"), "");
     const Picture off = readPng(folder + "/off.png");
