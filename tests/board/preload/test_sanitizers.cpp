@@ -27,12 +27,19 @@ TEST(PreloadSanitizers, PlantedRaceIsStillReported) {
     EXPECT_GT(board.requests(), 1000u);
 }
 
+// Also with the helper thread for reports in it.
 TEST(PreloadSanitizers, CleanProgramIsNotReported) {
     fake::Board board;
     for (const char* program : {RACES_SHARED, RACES_STATIC}) {
-        const Result result = runClient(board.folder(), {program, "clean"}, {threadOptions});
+        board.page().dumpDone = 0;
+        board.page().dumpRequest = 1u << 2 | board::wire::dumpLeaks;
+        const std::string reports =
+            "VIRTUAL_BOARD_REPORTS=" + std::filesystem::path(program).filename().string();
+        const Result result =
+            runClient(board.folder(), {program, "clean"}, {threadOptions, reports});
         EXPECT_EQ(result.code, 0) << program << "\n" << result.err;
         EXPECT_EQ(result.err, "");
+        EXPECT_EQ(board.page().dumpDone, 1u);
     }
     EXPECT_GT(board.requests(), 1000u);
 }
