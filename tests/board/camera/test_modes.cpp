@@ -86,6 +86,7 @@ TEST_F(Modes, TryGivesTheNearestSizeByArea) {
     EXPECT_EQ(width(0xffffffff, 0xffffffff), 640u);
     // Areas not shared: 160x120 to 320x240 57600, 640x480 to it 230400.
     EXPECT_EQ(width(320, 240), 160u);
+    EXPECT_EQ(width(640, 48), 64u);
 }
 
 TEST_F(Modes, FormatFieldsAreComplete) {

@@ -147,7 +147,10 @@ TEST_F(Streaming, SequenceStartsAgainAndFrameNumbersGoOn) {
 TEST_F(Streaming, AStalledCameraDeliversNothing) {
     Client client = open();
     prepare(client, 4);
+    board.onLoop([this] { camera->stall(true); });
     ASSERT_EQ(client.stream(true), 0);
+    EXPECT_FALSE(client.wait(200)) << "stalled before the stream began";
+    board.onLoop([this] { camera->stall(false); });
     take(client);
     board.onLoop([this] { camera->stall(true); });
     const auto before = figures();

@@ -65,7 +65,7 @@ TEST(Recording, SameArgumentsGiveTheSameBytes) {
         EXPECT_EQ(once.pictures[i], again.pictures[i]);
 }
 
-TEST(Recording, LumaIsLimitedRangeAndTheSameInEveryFormat) {
+TEST(Recording, PicturesAreTheSameInEveryFormat) {
     const std::uint32_t width = 320, height = 240;
     const auto grey = loadPictures(board::defaultRecording(), V4L2_PIX_FMT_GREY, width, height, 1);
     const auto nv12 = loadPictures(board::defaultRecording(), V4L2_PIX_FMT_NV12, width, height, 1);
@@ -83,6 +83,26 @@ TEST(Recording, LumaIsLimitedRangeAndTheSameInEveryFormat) {
         ASSERT_NEAR(planar.pictures[0][luma + i], nv12.pictures[0][luma + 2 * i], 2);
         ASSERT_NEAR(planar.pictures[0][luma * 5 / 4 + i], nv12.pictures[0][luma + 2 * i + 1], 2);
     }
+}
+
+// The mean luma of a recording whose samples all have this value, in limited or full range.
+double lumaOf(int value, const std::string& range) {
+    const std::string path = testing::TempDir() + "range_" + range + ".y4m";
+    std::ofstream(path, std::ios::binary)
+        << "YUV4MPEG2 W64 H64 F25:1 Ip A1:1 C420jpeg XCOLORRANGE=" << range << "\nFRAME\n"
+        << std::string(64 * 64, char(value)) << std::string(64 * 64 / 2, char(128));
+    const auto loop = loadPictures(path, V4L2_PIX_FMT_YUYV, 64, 48, 1);
+    double sum = 0;
+    for (std::size_t i = 0; i < loop.pictureBytes; i += 2)
+        sum += loop.pictures[0][i];
+    return sum / double(loop.pictureBytes / 2);
+}
+
+TEST(Recording, PicturesAreInLimitedRangeWhateverTheFileHas) {
+    EXPECT_NEAR(lumaOf(16, "LIMITED"), 16, 1);
+    EXPECT_NEAR(lumaOf(235, "LIMITED"), 235, 1);
+    EXPECT_NEAR(lumaOf(0, "FULL"), 16, 1);
+    EXPECT_NEAR(lumaOf(255, "FULL"), 235, 1);
 }
 
 TEST(Recording, AShortFileIsLooped) {
