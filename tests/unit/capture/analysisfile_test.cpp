@@ -8,6 +8,8 @@
 
 #include <fcntl.h>
 #include <linux/videodev2.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 
 #include <cerrno>
 #include <cstring>
@@ -66,6 +68,20 @@ TEST(CameraAnalysis, SaysWhyANodeIsRefused) {
                   "/dev/video0 is no video capture device");
     expectRefusal([](FakeCamera& fake) { fake.capabilities = V4L2_CAP_VIDEO_CAPTURE; },
                   "/dev/video0 does not support streaming i/o");
+}
+
+// select could not wait for such a descriptor.
+TEST(CameraAnalysis, RefusesADescriptorBeyondTheSet) {
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    if (limit.rlim_max <= FD_SETSIZE) {
+        GTEST_SKIP() << "this system allows " << limit.rlim_max << " descriptors only";
+    }
+    const rlimit raised{FD_SETSIZE + 1, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    expectRefusal([](FakeCamera& fake) { fake.lowestDescriptor = FD_SETSIZE; },
+                  "Cannot open '/dev/video0': " + errorText(EMFILE));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST(CameraAnalysis, PrintsWhoTheCameraIs) {

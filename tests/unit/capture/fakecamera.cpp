@@ -97,7 +97,10 @@ int FakeCamera::openNode(int flags) {
         errno = openError;
         return -1;
     }
-    const int fd = fcntl(event_, F_DUPFD_CLOEXEC, 0);
+    const int fd = fcntl(event_, F_DUPFD_CLOEXEC, lowestDescriptor);
+    if (fd == -1) {
+        return -1;
+    }
     const std::lock_guard<std::mutex> guard(lock_);
     descriptors_.push_back(fd);
     ++open_;

@@ -46,6 +46,7 @@ class FakeCamera {
     int statError = 0;
     bool characterDevice = true;
     int openError = 0;
+    int lowestDescriptor = 0;  // numbers below are taken
     std::uint32_t capabilities;
     bool unterminatedCard = false;
     bool noThreads = false;          // the process cannot start any

@@ -10,7 +10,9 @@
 #include <time.h>
 
 #include <cerrno>
+#include <memory>
 #include <utility>
+#include <vector>
 
 FakeWorld world;
 
@@ -91,6 +93,11 @@ bool ShowControl::findDisplayDevice() {
     return world.displayPresent;
 }
 
-RkRga::RkRga() = default;
+// A process makes one and keeps it; the tests make one each.
+std::vector<std::unique_ptr<RkRga>> engines;
+
+RkRga::RkRga() {
+    engines.emplace_back(this);
+}
 
 RkRga::~RkRga() = default;
