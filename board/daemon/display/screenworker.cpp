@@ -1,6 +1,7 @@
 #include "board/daemon/display/screenworker.h"
 
 #include <pthread.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -20,6 +21,9 @@ void giveWayToOthers() {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    // The loop's thread may have a real-time class, which a new thread inherits.
+    const sched_param none{};
+    pthread_setschedparam(pthread_self(), SCHED_BATCH, &none);
     // On Linux a thread has a niceness of its own. Refused, the thread merely competes.
     if (setpriority(PRIO_PROCESS, id_t(gettid()), helperNiceness) != 0)
         return;

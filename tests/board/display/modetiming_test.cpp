@@ -46,10 +46,13 @@ TEST(ModeTiming, indexHoldsAtEveryBoundary) {
     DisplayMode description = mode1080p60();
     description.clock_kHz = 148352;
     const VblankTiming timing(toModeInfo(description), 12345);
-    for (std::uint64_t index = 1; index < 3000000; index += 7) {
-        const std::int64_t time = timing.time_ns(index);
-        ASSERT_EQ(timing.indexAt(time), index);
-        ASSERT_EQ(timing.indexAt(time - 1), index - 1);
+    // From the first hours, and from a time that a double cannot tell to the nanosecond.
+    for (const std::uint64_t from : {1ull, 10000000000ull}) {
+        for (std::uint64_t index = from; index < from + 300000; index += 7) {
+            const std::int64_t time = timing.time_ns(index);
+            ASSERT_EQ(timing.indexAt(time), index);
+            ASSERT_EQ(timing.indexAt(time - 1), index - 1);
+        }
     }
 }
 
