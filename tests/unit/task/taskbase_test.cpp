@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <future>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -34,9 +35,12 @@ class Worker : public TaskBase {
         setThreadName("Decoder_Rawvideo");
         char name[32] = {};
         pthread_getname_np(pthread_self(), name, sizeof(name));
-        threadName = name;
-        kernelId = gettid();
-        affinityResult = setCpuCore(mask, pthread_self());
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            threadName = name;
+            kernelId = gettid();
+            affinityResult = setCpuCore(mask, pthread_self());
+        }
         ++entered;
         while (running) {
             void* message = nullptr;
@@ -51,6 +55,7 @@ class Worker : public TaskBase {
     int waitTimeout() const { return waitTimeout_ms; }
 
     int mask = 1;
+    std::mutex mutex;  // several threads of one worker write the next three
     std::string threadName;
     int kernelId = 0;
     int affinityResult = -1;
