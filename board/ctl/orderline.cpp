@@ -121,6 +121,14 @@ int connectTo(const std::string& path, std::string& error) {
     return -1;
 }
 
+// Null when it is no object or has no such member.
+const rapidjson::Value* findMember(const rapidjson::Value& value, const char* key) {
+    if (!value.IsObject())
+        return nullptr;
+    const auto found = value.FindMember(key);
+    return found == value.MemberEnd() ? nullptr : &found->value;
+}
+
 bool talk(int fd, const std::string& line, std::string& answer) {
     for (std::size_t sent = 0; sent < line.size();) {
         const ssize_t bytes = ::send(fd, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
@@ -183,19 +191,19 @@ bool exchange(const std::string& folder, const std::string& line, std::string& a
 bool readAnswer(const std::string& answer, std::string& text) {
     rapidjson::Document document;
     document.Parse(answer.c_str());
-    if (document.HasParseError() || !document.IsObject() || !document.HasMember("ok") ||
-        !document["ok"].IsBool()) {
+    const rapidjson::Value* ok = document.HasParseError() ? nullptr : findMember(document, "ok");
+    if (ok == nullptr || !ok->IsBool()) {
         text = "the board's answer is not understood: " + answer;
         return false;
     }
-    if (document["ok"].GetBool()) {
+    if (ok->GetBool()) {
         addLines(document, "", text);
         if (text.empty())
             text = "done\n";
         return true;
     }
-    const bool told = document.HasMember("error") && document["error"].IsString();
-    text = told ? document["error"].GetString() : "the board gave no reason";
+    const rapidjson::Value* error = findMember(document, "error");
+    text = error != nullptr && error->IsString() ? error->GetString() : "the board gave no reason";
     return false;
 }
 

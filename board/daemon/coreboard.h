@@ -10,7 +10,7 @@
 
 namespace board {
 
-class CoreBoard : public Board {
+class CoreBoard final : public Board {
   public:
     // `folder` is the run folder and exists. Creates the page and root/ with what a fresh system
     // has; files of an earlier run under root/userdata and root/etc stay. Throws on failure.

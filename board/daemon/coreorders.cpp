@@ -30,7 +30,7 @@ int readErrno(const JsonPlace& place) {
 
 // As a park's entry names a call: libc names as they are, ioctls by number.
 std::string readCall(const JsonPlace& place) {
-    const std::string name = place.text(sizeof(wire::ParkEntry::call) - 1);
+    std::string name = place.text(sizeof(wire::ParkEntry::call) - 1);
     if (name.empty())
         place.fail("must name a call");
     const std::uint32_t request = ioctlNumber(name);

@@ -81,7 +81,7 @@ void CorePage::addNode(const std::string& path, unsigned major, unsigned minor) 
     node.mode = S_IFCHR | 0660;
     node.rdev = makedev(major, minor);
     node.inode = ++lastInode_;
-    std::strcpy(node.path, path.c_str());
+    std::memcpy(node.path, path.c_str(), path.size() + 1);
     node.present.store(1);
     if (index == count)
         page_->nodeCount.store(count + 1);

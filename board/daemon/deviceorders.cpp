@@ -31,7 +31,7 @@ Camera& cameraOf(JsonObject& order, Rig& rig) {
 }
 
 std::string absolutePath(const JsonPlace& place) {
-    const std::string path = place.text(longestPath);
+    std::string path = place.text(longestPath);
     if (path.empty() || path.front() != '/')
         place.fail("must be an absolute path");
     return path;

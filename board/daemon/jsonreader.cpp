@@ -89,7 +89,7 @@ bool JsonObject::has(const char* key) {
 JsonPlace JsonObject::get(const char* key) {
     if (!has(key))
         place_.fail(std::string("\"") + key + "\" is missing");
-    return place_.member(place_.value()[key], key);
+    return place_.member(place_.value().FindMember(key)->value, key);
 }
 
 void JsonObject::with(const char* key, const std::function<void(const JsonPlace&)>& use) {

@@ -28,7 +28,7 @@ std::string Rig::plugCamera(const std::string& description) {
     }
     if (!camera_)
         throw std::runtime_error("the scenario has no camera; name a description");
-    const std::string path = camera_->plug(scenario_.cameraNumber);
+    std::string path = camera_->plug(scenario_.cameraNumber);
     board_.log("camera plugged in at " + path);
     return path;
 }

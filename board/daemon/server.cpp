@@ -9,7 +9,7 @@ namespace board {
 namespace {
 
 // Every open handle and as many that are about to open.
-constexpr std::size_t mostConnections = 2 * wire::maxHandles;
+constexpr std::size_t mostConnections = 2 * std::size_t(wire::maxHandles);
 
 }  // namespace
 
