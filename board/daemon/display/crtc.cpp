@@ -36,7 +36,7 @@ void Crtc::set(const drm_mode_modeinfo& mode, FramebufferRef framebuffer, std::u
     // A kernel would let the caller wait for the flip; here nobody waits, the flip is over.
     finishPending(count, now);
     if (!on() || !sameTiming(mode, mode_)) {
-        wakeWaiters(count, now, true);
+        endWaiting(count);
         countAtStart_ = count;
         timing_ = VblankTiming(mode, now);
     }
@@ -54,7 +54,7 @@ void Crtc::off() {
     const std::int64_t now = board_.clock().now_ns();
     const std::uint64_t count = vblankCount();
     finishPending(count, now);
-    wakeWaiters(count, now, true);
+    endWaiting(count);
     countAtStart_ = count;
     framebuffer_ = nullptr;
     arm();
@@ -77,7 +77,7 @@ void Crtc::notifyAt(std::uint64_t count, const EventTarget& target) {
     waiters_.push_back({count, target});
     const std::uint64_t now = vblankCount();
     if (count <= now)
-        wakeWaiters(now, vblankTime_ns(now), false);
+        wakeWaiters(now);
     arm();
 }
 
@@ -108,19 +108,26 @@ void Crtc::finishPending(std::uint64_t count, std::int64_t board_ns) {
     listener_(board_ns, true);
 }
 
-void Crtc::wakeWaiters(std::uint64_t count, std::int64_t board_ns, bool all) {
+void Crtc::wakeWaiters(std::uint64_t count) {
     std::vector<Waiter> due;
-    const auto isDue = [&](const Waiter& waiter) { return all || waiter.due <= count; };
+    const auto isDue = [&](const Waiter& waiter) { return waiter.due <= count; };
     std::copy_if(waiters_.begin(), waiters_.end(), std::back_inserter(due), isDue);
     waiters_.erase(std::remove_if(waiters_.begin(), waiters_.end(), isDue), waiters_.end());
     for (const Waiter& waiter : due)
-        send(DRM_EVENT_VBLANK, waiter.target, count, board_ns);
+        send(DRM_EVENT_VBLANK, waiter.target, waiter.due, vblankTime_ns(waiter.due));
+}
+
+void Crtc::endWaiting(std::uint64_t count) {
+    for (Waiter& waiter : waiters_)
+        waiter.due = std::min(waiter.due, count);
+    wakeWaiters(count);
 }
 
 void Crtc::serveVblank() {
     const std::uint64_t count = vblankCount();
-    wakeWaiters(count, vblankTime_ns(count), false);
-    // A late loop changes nothing: the picture went on screen at the vertical blank it was due at.
+    // A late loop changes nothing: events tell of the vertical blank that they were due at, and the
+    // picture went on screen then.
+    wakeWaiters(count);
     if (pending_ && !held_ && pending_->due <= count) {
         const std::uint64_t due = pending_->due;
         finishPending(due, vblankTime_ns(due));

@@ -72,7 +72,8 @@ class Crtc {
     void send(std::uint32_t type, const EventTarget& target, std::uint64_t count,
               std::int64_t board_ns) const;
     void finishPending(std::uint64_t count, std::int64_t board_ns);
-    void wakeWaiters(std::uint64_t count, std::int64_t board_ns, bool all);
+    void wakeWaiters(std::uint64_t count);
+    void endWaiting(std::uint64_t count);  // nothing comes after `count`
     void serveVblank();
     void arm();
 

@@ -166,8 +166,9 @@ TEST_F(Buffers, pictureOutlivesItsHandle) {
     drm_mode_destroy_dumb gone{dumb.handle};
     ASSERT_EQ(client.call(DRM_IOCTL_MODE_DESTROY_DUMB, gone), 0);
     EXPECT_EQ(client.crtc().fb_id, wanted.fb_id);
-    const std::string path = ::testing::TempDir() + "outlives.png";
+    const std::string path = ::testing::TempDir() + "outlives-" + std::to_string(getpid()) + ".png";
     EXPECT_EQ(rig.await([&](auto done) { rig.display->picture(path, done); }), "");
+    std::filesystem::remove(path);
 }
 
 TEST_F(Buffers, clientsLeaveNothingBehind) {

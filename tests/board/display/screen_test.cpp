@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <png.h>
+#include <unistd.h>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -78,8 +79,8 @@ class Screen : public ::testing::Test {
   protected:
     Rig rig{displayWith({smallMode(656, 480, 100)})};
     Client client{rig.board};
-    std::string folder = ::testing::TempDir() + "screen-" +
-                         ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    // Of this process alone: the same tests may run in another build at the same time.
+    std::string folder = ::testing::TempDir() + "screen-test-" + std::to_string(getpid());
 
     void SetUp() override {
         fs::remove_all(folder);
