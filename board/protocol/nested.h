@@ -54,4 +54,4 @@ constexpr NestedPointer nestedPointers[] = {
 };
 // clang-format on
 
-} // namespace board::wire
+}  // namespace board::wire
