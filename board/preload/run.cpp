@@ -10,6 +10,7 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -76,6 +77,10 @@ namespace detail {
 std::atomic<std::uintptr_t> page{undecided};
 
 std::uintptr_t attach() {
+    // A sanitizer that makes the folder for its reports calls us before libc has been told the
+    // environment: nothing can be decided yet.
+    if (environ == nullptr)
+        return noBoard;
     const Locked locked(attaching);
     std::uintptr_t now = page.load(std::memory_order_acquire);
     if (now == undecided) {
