@@ -75,6 +75,7 @@ class Client {
         argument = call.load<T>();
         return result;
     }
+    int run(IoctlCall& call);
     int extended(std::uint64_t request, v4l2_ext_controls& header,
                  std::vector<v4l2_ext_control>& items);
     bool knows(std::uint64_t request);
@@ -89,8 +90,6 @@ class Client {
     std::uint32_t fileFlags = 0;
 
   private:
-    int run(IoctlCall& call);
-
     FakeBoard& board_;
     std::unique_ptr<Handle> handle_;
 };
