@@ -17,6 +17,8 @@ struct DecoderRow {
 
 }  // namespace
 
+// The name comes by value: that is the required signature.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 DecCommon* DecCommon::find_decoder_dev(int fourcc, void* captureMode, int kind, std::string name) {
     static const DecoderRow decoderTable[] = {
         {fourccOf("YUYV"), "RawVideoYUYV", 0, Decoder_Rawvideo::getRawvideoDecoderDev},
