@@ -16,7 +16,7 @@ namespace {
 constexpr std::uint32_t maxEntries = 1024;      // of one enumeration
 constexpr std::uint32_t maxEnumerated = 16384;  // sizes and intervals of one camera together
 
-constexpr std::uint64_t maxMjpegPixels = 1920 * 1080;
+constexpr std::uint64_t maxMjpegPixels = 1920ULL * 1080ULL;
 constexpr std::uint32_t maxMjpegBandwidth = 1920U * 1080U * 60U;
 
 // A field of the driver, which need not end with a zero.

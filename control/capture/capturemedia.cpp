@@ -23,8 +23,8 @@
 namespace {
 
 constexpr int captureCpus = 48;  // CPUs 4 and 5
-constexpr std::int64_t firstWait_us = 10 * 1000 * 1000;
-constexpr std::int64_t waitSlice_us = 50 * 1000;  // a stopped task is noticed this soon
+constexpr std::int64_t firstWait_us = 10000000;
+constexpr std::int64_t waitSlice_us = 50000;  // a stopped task is noticed this soon
 constexpr int reportInterval_s = 30;
 
 std::int64_t elapsed_us(std::chrono::steady_clock::time_point since) {
@@ -188,7 +188,8 @@ void CaptureMedia::pace() const {
     if (mode.format == fourccOf("H264") || running == 0) {
         return;
     }
-    const double rest_ms = 1000 / mode.fps - offsetTime.averageMs - 2.0;
+    const std::uint32_t period_ms = 1000 / mode.fps;  // whole milliseconds
+    const double rest_ms = period_ms - offsetTime.averageMs - 2.0;
     if (rest_ms > 0.0) {
         std::this_thread::sleep_for(
             std::chrono::microseconds(static_cast<std::int64_t>(rest_ms * 1000.0)));

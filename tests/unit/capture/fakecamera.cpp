@@ -234,8 +234,10 @@ int FakeCamera::enumInterval(void* argument) const {
         return -EINVAL;
     }
     for (const board::CameraSize& size : format->sizes) {
-        if (size.width != value.width || size.height != value.height ||
-            index >= size.intervals.size()) {
+        // A camera of ranges takes every size.
+        const bool matches =
+            stepwiseSizes || (size.width == value.width && size.height == value.height);
+        if (!matches || index >= size.intervals.size()) {
             continue;
         }
         const board::Fraction& interval = size.intervals[index];
