@@ -161,6 +161,7 @@ ProcessFigures Process::figures() const {
     std::ifstream maps(place + "/maps");
     for (std::string line; std::getline(maps, line);) {
         ++figures.mappings;
+        figures.deviceMappings += line.find("/memfd:") != std::string::npos ? 1 : 0;
     }
     // The program's name in the second field may hold blanks: count from the closing parenthesis.
     const std::string stat = readFile(place + "/stat");

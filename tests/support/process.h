@@ -18,7 +18,8 @@ struct ProcessFigures {
     unsigned descriptors = 0;
     unsigned threads = 0;
     unsigned mappings = 0;
-    double cpu_s = 0;  // user and system together
+    unsigned deviceMappings = 0;  // those of a device's buffers
+    double cpu_s = 0;             // user and system together
     std::uint64_t resident_kB = 0;
 };
 

@@ -48,10 +48,13 @@ TEST(Edges, ShortFrameIsDroppedWithOneLine) {
                                      Milliseconds(10000)));
     const std::size_t linesBefore = application.err().size() + application.out().size();
     board.resetFigures();
+    const std::uint64_t lostBefore = board.camera().lost;
     board.setPayload(1000, 3);
     ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 30; },
                                      Milliseconds(10000)));
-    EXPECT_EQ(board.display().skipped, 3u);
+    EXPECT_GE(board.display().skipped, 3u);
+    // On a busy machine the camera itself may find no buffer.
+    EXPECT_LE(board.display().skipped, 3u + board.camera().lost - lostBefore);
     EXPECT_EQ(board.display().outOfOrder, 0u);
     std::size_t said = 0;
     for (const auto* log : {&application.out(), &application.err()}) {

@@ -98,7 +98,7 @@ TEST(FirstLight, ScreenshotHoldsTheCamerasPicture) {
 }
 
 TEST(FirstLight, UnscaledPictureEqualsTheRecording) {
-    expectLikeTheRecording(benchScenario("small"), 40);
+    expectLikeTheRecording(benchScenario("recorded"), 40);
 }
 
 TEST(FirstLight, UnscaledPictureWhereLinesArePadded) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -89,7 +90,27 @@ TEST_P(Selection, IsTheRules) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Pairs, Selection,
-                         testing::Values(Pair{"synthetic-yuyv", "synthetic-1080p60"}));
+INSTANTIATE_TEST_SUITE_P(
+    Pairs, Selection,
+    testing::Values(
+        Pair{"synthetic-yuyv", "synthetic-1080p60"},
+        Pair{"logitech-c920-h264", "monitor-24in-1080p-30modes-modetest"},
+        Pair{"logitech-streamcam", "tv-22in-1366x768-preferred-xrandr"},
+        Pair{"logitech-brio-ctrls", "radxa-board-4k60-hdmi-xrandr"},
+        Pair{"obsbot-tiny-4k-ctrls", "monitor-17in-1280x1024-modetest"},
+        Pair{"3564-fef8-obsbot-tiny-2", "monitor-32in-4k60-hdmi-nvidia-xrandr"},
+        Pair{"1532-0e05-razer-usa-ltd-razer-kiyo-pro", "tv-40in-1080p-hdmi-interlaced-xrandr"},
+        Pair{"elp-32e4-0317-4k-hd-usb-camera", "monitor-27in-1440p60-hdmi-xrandr"},
+        Pair{"0fd9-009b-elgato-systems-gmbh-elgato-4k-x", "gaming-1440p144-and-4k144-xrandr"},
+        Pair{"petminion-dev-video0", "tv-40in-4k-duplicate-rates-xrandr"},
+        Pair{"1b3f-1167-generalplus-technology-inc-general-webcam", "monitor-27in-1080p75-xrandr"},
+        Pair{"libuvc-ms_lifecam_show", "tv-32in-1080p-hdmi-xrandr"}),
+    [](const auto& info) {
+        std::string name = info.param.camera;
+        std::replace_if(
+            name.begin(), name.end(),
+            [](unsigned char letter) { return std::isalnum(letter) == 0; }, '_');
+        return name;
+    });
 
 }  // namespace
