@@ -40,11 +40,11 @@ class Display {
 
     // What is on screen now, to a PNG file; `done` gets an error line, empty on success. The file
     // is written on another thread, `done` runs on the loop's.
-    void picture(const std::string& path, std::function<void(const std::string&)> done);
+    void picture(const std::string& path, const std::function<void(const std::string&)>& done);
     // Records the screen as a video (H.264 or MPEG-4 in a .mp4, at most 30 pictures a second) until
     // stopped. Empty on success, an error line otherwise.
     std::string startRecording(const std::string& path);
-    void stopRecording(std::function<void(const std::string&)> done);
+    void stopRecording(const std::function<void(const std::string&)>& done);
     // Keeps an exact copy of the next `count` scanned-out pictures (at most 64) and writes them to
     // `folder` as NNN.nv12 (rows without padding) plus index.json: file, frame number, width,
     // height, flip time. For comparisons by tests.

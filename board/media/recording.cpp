@@ -16,7 +16,7 @@ namespace board {
 namespace {
 
 constexpr char packagedRecording[] = "/usr/share/doc/opencv-doc/examples/data/vtest.avi";
-constexpr std::size_t loopBudget = 200u * 1000 * 1000;
+constexpr std::size_t loopBudget = 200000000;
 constexpr unsigned longestLoop = 48;
 
 struct Colour {  // BT.601, limited range
@@ -98,8 +98,8 @@ void paint(const PictureLoop& loop, const std::vector<Colour>& columns,
         for (std::uint32_t x = 0; x < loop.width; ++x) {
             const Colour pair = colourAt(x / 2 * 2);  // two pixels share their chroma
             if (loop.fourcc == V4L2_PIX_FMT_YUYV) {
-                line[x * 2] = colourAt(x).y;
-                line[x * 2 + 1] = x % 2 == 0 ? pair.u : pair.v;
+                line[std::size_t(x) * 2] = colourAt(x).y;
+                line[std::size_t(x) * 2 + 1] = x % 2 == 0 ? pair.u : pair.v;
             } else {
                 line[x] = colourAt(x).y;
             }
@@ -110,7 +110,8 @@ void paint(const PictureLoop& loop, const std::vector<Colour>& columns,
     const ChromaPlanes planes = chromaPlanes(loop);
     for (std::uint32_t y = 0; y < loop.height / 2; ++y) {
         for (std::uint32_t x = 0; x < loop.width / 2; ++x) {
-            const std::size_t offset = std::size_t(y) * planes.stride + x * planes.step;
+            const std::size_t offset =
+                std::size_t(y) * planes.stride + std::size_t(x) * planes.step;
             picture[planes.u + offset] = colourAt(x * 2).u;
             picture[planes.v + offset] = colourAt(x * 2).v;
         }
@@ -122,7 +123,8 @@ void neutralChroma(const PictureLoop& loop, std::uint8_t* picture) {
     const std::uint32_t cell = stampCell(loop.width);
     for (std::uint32_t y = 0; y < (stampRows * cell + 1) / 2; ++y) {
         for (std::uint32_t x = 0; x < (stampColumns * cell + 1) / 2; ++x) {
-            const std::size_t offset = std::size_t(y) * planes.stride + x * planes.step;
+            const std::size_t offset =
+                std::size_t(y) * planes.stride + std::size_t(x) * planes.step;
             picture[planes.u + offset] = 128;
             picture[planes.v + offset] = 128;
         }

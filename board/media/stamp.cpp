@@ -30,10 +30,10 @@ std::uint8_t checkSum(const Cells& cells) {
 
 Cells encode(const Stamp& stamp) {
     Cells cells{};
-    for (int i = 0; i < 3; ++i)
-        cells[std::size_t(i)] = std::uint8_t(stamp.frame >> (16 - 8 * i));
-    for (int i = 0; i < 4; ++i)
-        cells[std::size_t(3 + i)] = std::uint8_t(stamp.time_100us >> (24 - 8 * i));
+    for (unsigned i = 0; i < 3; ++i)
+        cells[i] = std::uint8_t(stamp.frame >> (16 - 8 * i));
+    for (unsigned i = 0; i < 4; ++i)
+        cells[3 + i] = std::uint8_t(stamp.time_100us >> (24 - 8 * i));
     cells[7] = checkSum(cells);
     return cells;
 }

@@ -40,9 +40,9 @@ class Display::Impl {
     Board& board() { return board_; }
     Card& card() { return card_; }
     FlipFigures& figures() { return figures_; }
-    void picture(const std::string& path, Done done);
+    void picture(const std::string& path, const Done& done);
     std::string startRecording(const std::string& path);
-    void stopRecording(Done done);
+    void stopRecording(const Done& done);
     void dumpFrames(const std::string& folder, unsigned count, Done done);
 
   private:
@@ -116,7 +116,7 @@ void Display::Impl::onWorker(std::function<std::string()> job, const Done& done)
         loop.post([done] { done(tooMuchWaiting); });
 }
 
-void Display::Impl::picture(const std::string& path, Done done) {
+void Display::Impl::picture(const std::string& path, const Done& done) {
     const auto snapshot = std::make_shared<Snapshot>();
     copyScreen(visible(), *snapshot);
     onWorker([snapshot, path] { return writePng(*snapshot, path); }, done);
@@ -136,7 +136,7 @@ std::string Display::Impl::startRecording(const std::string& path) {
     return {};
 }
 
-void Display::Impl::stopRecording(Done done) {
+void Display::Impl::stopRecording(const Done& done) {
     if (recorder_ == nullptr) {
         board_.loop().post([done] { done("no recording is running"); });
         return;
@@ -219,16 +219,17 @@ void Display::resetFigures() {
     impl_->figures().reset();
 }
 
-void Display::picture(const std::string& path, std::function<void(const std::string&)> done) {
-    impl_->picture(path, std::move(done));
+void Display::picture(const std::string& path,
+                      const std::function<void(const std::string&)>& done) {
+    impl_->picture(path, done);
 }
 
 std::string Display::startRecording(const std::string& path) {
     return impl_->startRecording(path);
 }
 
-void Display::stopRecording(std::function<void(const std::string&)> done) {
-    impl_->stopRecording(std::move(done));
+void Display::stopRecording(const std::function<void(const std::string&)>& done) {
+    impl_->stopRecording(done);
 }
 
 void Display::dumpFrames(const std::string& folder, unsigned count,

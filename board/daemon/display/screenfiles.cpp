@@ -56,7 +56,7 @@ std::string writePng(const Snapshot& picture, const std::string& path) {
     const bool closed = std::fclose(file) == 0;
     if (encoded && closed)
         return {};
-    const std::string problem =
+    std::string problem =
         encoded ? cannotWrite(path) : "cannot write " + path + ": " + image.message;
     std::remove(path.c_str());
     return problem;

@@ -128,10 +128,11 @@ void VideoFile::convert(const Snapshot& picture) {
         toI420(view, target, width_, height_);
         return;
     }
-    const int chroma = half(width) * half(height);
-    unscaled_.resize(std::size_t(width) * std::size_t(height) + 2 * std::size_t(chroma));
+    const std::size_t pixels = std::size_t(width) * std::size_t(height);
+    const std::size_t chroma = std::size_t(half(width)) * std::size_t(half(height));
+    unscaled_.resize(pixels + 2 * chroma);
     std::uint8_t* luma = unscaled_.data();
-    const Planes source = {{luma, luma + width * height, luma + width * height + chroma},
+    const Planes source = {{luma, luma + pixels, luma + pixels + chroma},
                            {width, half(width), half(width)}};
     toI420(view, source, width, height);
     libyuv::I420Scale(source.data[0], source.pitches[0], source.data[1], source.pitches[1],
@@ -142,7 +143,7 @@ void VideoFile::convert(const Snapshot& picture) {
 
 std::string VideoFile::add(const Snapshot& picture, std::int64_t time_ns) {
     if (!started_) {
-        const std::string line = openEncoder();
+        std::string line = openEncoder();
         if (!line.empty())
             return line;
         first_ns_ = time_ns;
