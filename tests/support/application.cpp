@@ -50,7 +50,8 @@ void Application::checkLeaks() {
     if (std::string(TEST_SANITIZE) != "address") {
         return;
     }
-    board_.order(R"({"order":"leak-check"})");
+    const rapidjson::Document answer = board_.order(R"({"order":"leak-check"})");
+    EXPECT_TRUE(answer.HasMember("leaks") && answer["leaks"].IsFalse()) << "memory was leaked";
 }
 
 void Application::checkReports() {

@@ -10,6 +10,11 @@ namespace support {
 
 namespace {
 
+std::string fromEnvironment(const char* name, const char* otherwise) {
+    const char* text = std::getenv(name);
+    return text != nullptr ? text : otherwise;
+}
+
 double factorFromEnvironment() {
     if (const char* text = std::getenv("TEST_TIME_FACTOR")) {
         const double factor = std::atof(text);
@@ -41,11 +46,11 @@ bool longRun() {
 }
 
 std::string applicationPath() {
-    return TEST_APPLICATION;
+    return fromEnvironment("TEST_APPLICATION", TEST_APPLICATION);
 }
 
 std::string daemonPath() {
-    return TEST_BOARD_DAEMON;
+    return fromEnvironment("TEST_BOARD_DAEMON", TEST_BOARD_DAEMON);
 }
 
 std::string preloadPath() {

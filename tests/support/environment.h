@@ -19,7 +19,8 @@ bool longRun();
 // A build with sanitizers runs the application several times slower: no figures of speed then.
 bool sanitizedBuild();
 
-// Programs under test and the board's, as built.
+// Programs under test and the board's, as built; TEST_APPLICATION and TEST_BOARD_DAEMON in the
+// environment name others.
 std::string applicationPath();
 std::string daemonPath();
 std::string preloadPath();
