@@ -23,7 +23,7 @@ TEST(LogFilter, KeepsWhatOnlyLooksSimilar) {
 }
 
 TEST(LogFilter, WritesRawBytesReadably) {
-    EXPECT_THAT(steadyLines({std::string("\0 conn_id = 33", 13), "\x01 conn_id"}),
+    EXPECT_THAT(steadyLines({std::string("\0 conn_id = 33", 14), "\x01 conn_id"}),
                 ElementsAre("\\x00 conn_id = 33", "\\x01 conn_id"));
 }
 
