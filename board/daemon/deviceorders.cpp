@@ -153,6 +153,10 @@ void addDisplayOrders(Orders& orders, Rig& rig) {
         rig.display().holdFlips(readChoice(order.get("action"), "hold", "go"));
         return JsonFields();
     });
+    orders.addImmediate("lose-flip", [&rig](JsonObject&) {
+        rig.display().loseFlipEvent();
+        return JsonFields();
+    });
     orders.add("picture", [&rig](JsonObject& order, const OrderDone& done) {
         rig.display().picture(absolutePath(order.get("path")), finishing(done));
     });

@@ -22,6 +22,7 @@ constexpr OrderWord orderWords[] = {
     {"payload", "#bytes #count", "the next COUNT frames carry BYTES bytes"},
     {"modes", "%description", "the display becomes another one at once, by name or path"},
     {"flips", "action", "hold: page flips stay pending; go: they complete again"},
+    {"lose-flip", "", "the next page flip completes, but its event never comes"},
     {"picture", "@path", "what is on screen, to a PNG file"},
     {"record", "action [@path]", "start PATH: record the screen to an MP4 file; stop: finish the file"},
     {"frames", "@folder #count", "exact copies of the next COUNT scanned-out pictures, to a folder"},

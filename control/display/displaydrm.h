@@ -119,6 +119,7 @@ class DisplayDrm {
     void paintBlank();
     bool setCrtc();
     bool queueFlip(std::uint32_t framebuffer);
+    void recoverLostFlip();
     void showNextFrame();
 
     static std::atomic<DisplayDrm*> drmdev;
@@ -143,6 +144,7 @@ class DisplayDrm {
 
     bool flipPending = false;  // a queued flip has not completed; display task only
     bool flipRefused = false;  // the last flip was refused, and the log says so
+    std::chrono::steady_clock::time_point flipQueuedAt;  // or asked about; display task only
     std::atomic<bool> closing{false};
     std::mutex probeLock;
     std::chrono::steady_clock::time_point lastProbe;

@@ -11,6 +11,8 @@ namespace {
 
 constexpr int eventSlice_ms = 50;
 constexpr std::chrono::milliseconds errorPause{10};
+// A flip takes 42 ms in the slowest mode; after this long its event may be lost.
+constexpr std::chrono::seconds flipPatience{1};
 // Frames closer than this to the last shown one are skipped, in ms.
 constexpr double shortestDistance = 10.0;
 
@@ -23,10 +25,24 @@ bool DisplayDrm::queueFlip(std::uint32_t framebuffer) {
         reportDrmFailure("queue a page flip, which is tried again");
     }
     flipRefused = !flipPending;
+    flipQueuedAt = std::chrono::steady_clock::now();
     return flipPending;
 }
 
+// A card refuses a second flip while one is on its way: one that takes it has lost the event.
+void DisplayDrm::recoverLostFlip() {
+    flipQueuedAt = std::chrono::steady_clock::now();
+    if (drmModePageFlip(drmFd.get(), crtcId, blankBuf.fb_id, DRM_MODE_PAGE_FLIP_EVENT, &crtcId) !=
+            0 &&
+        errno != EBUSY) {
+        flipPending = false;
+    }
+}
+
 void DisplayDrm::updateImage() {
+    if (flipPending && std::chrono::steady_clock::now() - flipQueuedAt >= flipPatience) {
+        recoverLostFlip();
+    }
     if (!flipPending && (blankBuf.fb_id == 0 || !queueFlip(blankBuf.fb_id))) {
         std::this_thread::sleep_for(errorPause);
         return;

@@ -166,6 +166,10 @@ void Board::stallCamera(bool stalled) {
     order(OrderText(stalled ? "stall" : "resume").with("device", "camera").text());
 }
 
+void Board::loseFlip() {
+    order(OrderText("lose-flip").text());
+}
+
 void Board::holdFlips(bool held) {
     order(OrderText("flips").with("action", held ? "hold" : "go").text());
 }

@@ -51,6 +51,7 @@ class Board {
     void unplug(const std::string& device);
     void stallCamera(bool stalled);
     void holdFlips(bool held);
+    void loseFlip();
     // The nth call from now (from 1) fails, and the ones after it up to `count` (0: all).
     void fail(const std::string& ioctlName, unsigned nth, int error, unsigned count = 1);
     void clearFaults();

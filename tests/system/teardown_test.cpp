@@ -116,6 +116,16 @@ TEST_P(LostFlip, DoesNotStopTheDisplay) {
 INSTANTIATE_TEST_SUITE_P(Times, LostFlip, testing::Values(1, 5),
                          [](const auto& info) { return std::to_string(info.param); });
 
+TEST(LostFlip, WithoutItsEventTheDisplayGoesOn) {
+    Board board(benchScenario("small"));
+    Application application(board);
+    const std::size_t next = application.expectPlaying();
+    ASSERT_TRUE(showsMore(board, 5));
+    board.loseFlip();
+    EXPECT_TRUE(showsMore(board, 30));
+    EXPECT_FALSE(application.out().waitForMatch("^statue: ", Milliseconds(0), next).has_value());
+}
+
 TEST(LostFlip, HeldForAWhileGoesOnAfterwards) {
     Board board(benchScenario("small"));
     Application application(board);

@@ -50,6 +50,7 @@ class Crtc {
     // is reserved by the caller.
     void flip(FramebufferRef framebuffer, const EventTarget& target);
     void holdFlips(bool held);
+    void loseEvents(unsigned count);  // of the next flips, which complete all the same
 
     std::uint64_t vblankCount() const;
     std::int64_t vblankTime_ns(std::uint64_t count) const;
@@ -84,6 +85,7 @@ class Crtc {
     FramebufferRef framebuffer_;
     std::uint32_t x_ = 0, y_ = 0;
     bool asleep_ = false, held_ = false;
+    unsigned eventsToLose_ = 0;
     VblankTiming timing_;
     std::uint64_t countAtStart_ = 0;  // vertical blanks before timing_ began
     std::optional<Flip> pending_;

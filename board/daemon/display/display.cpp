@@ -203,6 +203,10 @@ void Display::holdFlips(bool held) {
     impl_->card().crtc().holdFlips(held);
 }
 
+void Display::loseFlipEvent() {
+    impl_->card().crtc().loseEvents(1);
+}
+
 DisplayFigures Display::figures() const {
     DisplayFigures result = impl_->figures().figures();
     const Crtc& crtc = impl_->card().crtc();

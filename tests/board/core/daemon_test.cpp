@@ -137,6 +137,7 @@ TEST_F(WholeBoard, CameraOrders) {
 TEST_F(WholeBoard, DisplayOrders) {
     expectOk(R"({"order": "flips", "action": "hold"})");
     expectOk(R"({"order": "flips", "action": "go"})");
+    expectOk(R"({"order": "lose-flip"})");
     expectError(R"({"order": "flips", "action": "stop"})", "must be hold or go");
     expectOk(R"({"order": "figures-reset"})");
     expectError(R"({"order": "picture", "path": "here.png"})", "absolute path");

@@ -70,6 +70,11 @@ bool FakeDrm::completeFlip() {
            write(*descriptors.rbegin(), &one, sizeof(one)) == sizeof(one);
 }
 
+void FakeDrm::loseFlip() {
+    const Guard guard(lock);
+    flipPending = false;
+}
+
 void FakeDrm::setConnected(bool connected) {
     const Guard guard(lock);
     connectors.at(0).connected = connected;

@@ -46,6 +46,7 @@ class FakeDrm {
 
     // Lets the outstanding flip complete; false when there is none.
     bool completeFlip();
+    void loseFlip();                     // the outstanding flip is forgotten, and no event comes
     void setConnected(bool connected);   // of the first connector
     std::vector<std::uint32_t> flips();  // framebuffers in the order of accepted flips
     int calls(const std::string& step);

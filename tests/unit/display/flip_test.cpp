@@ -148,6 +148,30 @@ TEST_F(FlipCycle, AFlipThatDoesNotCompleteIsWaitedForInSlices) {
     EXPECT_EQ(shown(), Framebuffers{});
 }
 
+TEST_F(FlipCycle, AFlipWhoseEventIsLostIsMadeUpFor) {
+    card.loseFlip();
+    const auto start = Clock::now();
+    while (shown().empty() && millisecondsSince(start) < 10000.0) {
+        display.updateImage();
+    }
+    EXPECT_EQ(shown(), Framebuffers{blank});
+}
+
+TEST_F(FlipCycle, AFlipThatIsStillOnItsWayIsOnlyAskedAbout) {
+    put(-1.0);
+    testing::internal::CaptureStderr();
+    const int asked = card.calls("flip");
+    const auto start = Clock::now();
+    while (card.calls("flip") == asked && millisecondsSince(start) < 10000.0) {
+        display.updateImage();
+    }
+    EXPECT_EQ(card.calls("flip"), asked + 1);
+    EXPECT_EQ(shown(), Framebuffers{});
+    flip();
+    EXPECT_EQ(shown(), Framebuffers{fb(0)});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST_F(FlipCycle, AnEventThatCannotBeReadDoesNotSpin) {
     card.fails = [](const std::string& step, int) { return step == "event"; };
     EXPECT_TRUE(card.completeFlip());
