@@ -35,7 +35,7 @@ class Display {
     void replaceDescription(const DisplayDescription& description);  // at once, as after a hot-plug
 
     void holdFlips(bool held);  // flips are accepted and complete only when released
-    void loseFlipEvent();  // the next flip completes, but nobody is told
+    void loseFlipEvent();       // the next flip completes, but nobody is told
     DisplayFigures figures() const;
     void resetFigures();
 
