@@ -85,9 +85,11 @@ void Card::showConsole() {
     black.width = usable->hdisplay;
     black.height = usable->vdisplay;
     black.format = DRM_FORMAT_XRGB8888;
-    const FramebufferRef previous = crtc_.on() ? crtc_.latest() : nullptr;
-    crtc_.set(*usable, keep(std::move(black)), 0, 0);
-    if (previous != nullptr && previous->buffers[0] == nullptr)
+    // Held by name: a client's mode took the console's picture off the CRTC, but not out of the
+    // card.
+    const FramebufferRef previous = std::exchange(console_, keep(std::move(black)));
+    crtc_.set(*usable, console_, 0, 0);
+    if (previous != nullptr)
         removeFramebuffer(previous->id);
 }
 

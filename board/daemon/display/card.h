@@ -73,6 +73,7 @@ class Card final : public Device {
     PropertyValues connectorProperties_, planeProperties_;
     std::shared_ptr<BufferBudget> budget_ = std::make_shared<BufferBudget>();
     std::vector<FramebufferRef> framebuffers_;  // the console's included
+    FramebufferRef console_;                    // its latest picture, null before the first
     Crtc crtc_;
     bool consoleRules_ = true;
     std::vector<CardHandle*> handles_;  // in the order of opening

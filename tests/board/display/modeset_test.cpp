@@ -290,6 +290,15 @@ TEST_F(Modeset, lastCloseBringsTheConsoleBack) {
     EXPECT_EQ(resources.count_fbs, 0u);
 }
 
+TEST_F(Modeset, consoleComesBackAnyNumberOfTimes) {
+    for (int round = 0; round < 300; ++round) {  // more than the card keeps frame buffers
+        Client client(rig.board);
+        const Canvas canvas(client, 320, 240);
+        ASSERT_NE(canvas.framebufferId(), 0u) << "round " << round;
+        ASSERT_EQ(client.setCrtc(canvas.framebufferId(), client.modes()[1]), 0);
+    }
+}
+
 TEST_F(Modeset, deadMasterLeavesTheConsoleAndRoomForTheNext) {
     auto master = std::make_unique<Client>(rig.board);
     Client watcher(rig.board);
