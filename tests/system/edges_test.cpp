@@ -19,9 +19,10 @@ TEST(Edges, FramesOfTheFirstSecondAreNotShown) {
     application.expectPlaying();
     const std::vector<support::ShownFrame> frames = takeShownFrames(board, 2);
     ASSERT_GE(frames.size(), 1u);
-    EXPECT_EQ(board.camera().lost, 0u);
-    // Numbers count from 0 at every start of the stream.
-    EXPECT_EQ(frames.front().frame, 30u);
+    // Numbers count from 0 at every start of the stream. On a busy machine the camera may find no
+    // buffer for a frame, whose number is left out then.
+    EXPECT_GE(frames.front().frame, 30u);
+    EXPECT_LE(frames.front().frame, 30u + board.camera().lost);
 }
 
 TEST(Edges, SilentSecondEndsTheSession) {
