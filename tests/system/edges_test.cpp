@@ -51,9 +51,10 @@ TEST(Edges, ShortFrameIsDroppedWithOneLine) {
     board.resetFigures();
     const std::uint64_t lostBefore = board.camera().lost;
     board.setPayload(1000, 3);
-    ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 30; },
-                                     Milliseconds(10000)));
-    EXPECT_GE(board.display().skipped, 3u);
+    // A display that had fallen behind first shows what stood in its ring before the short frames.
+    ASSERT_TRUE(board.waitForDisplay(
+        [](const auto& figures) { return figures.shown >= 30 && figures.skipped >= 3; },
+        Milliseconds(10000)));
     // On a busy machine the camera itself may find no buffer.
     EXPECT_LE(board.display().skipped, 3u + board.camera().lost - lostBefore);
     EXPECT_EQ(board.display().outOfOrder, 0u);
