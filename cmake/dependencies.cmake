@@ -16,3 +16,9 @@ target_include_directories(rapidjson SYSTEM INTERFACE ${RAPIDJSON_INCLUDE_DIR})
 
 # The board's own 2D engine where it is installed, the software engine elsewhere: target `rga`.
 pkg_check_modules(VENDOR_RGA IMPORTED_TARGET librga)
+
+# Likewise the board's video decoder: target `rockchip_mpp`.
+pkg_check_modules(VENDOR_MPP IMPORTED_TARGET rockchip_mpp)
+if(NOT VENDOR_MPP_FOUND)
+    pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libjpeg)
+endif()

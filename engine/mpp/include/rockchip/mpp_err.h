@@ -1,0 +1,32 @@
+// Results of the decoder library's calls.
+#pragma once
+
+#define RK_OK 0
+#define RK_SUCCESS 0
+
+typedef enum {
+    MPP_SUCCESS = RK_SUCCESS,
+    MPP_OK = RK_OK,
+    MPP_NOK = -1,
+    MPP_ERR_UNKNOW = -2,
+    MPP_ERR_NULL_PTR = -3,
+    MPP_ERR_MALLOC = -4,
+    MPP_ERR_OPEN_FILE = -5,
+    MPP_ERR_VALUE = -6,
+    MPP_ERR_READ_BIT = -7,
+    MPP_ERR_TIMEOUT = -8,
+    MPP_ERR_PERM = -9,
+    MPP_ERR_BASE = -1000,
+    MPP_ERR_LIST_STREAM = -1001,
+    MPP_ERR_INIT = -1002,
+    MPP_ERR_VPU_CODEC_INIT = -1003,
+    MPP_ERR_STREAM = -1004,
+    MPP_ERR_FATAL_THREAD = -1005,
+    MPP_ERR_NOMEM = -1006,
+    MPP_ERR_PROTOL = -1007,
+    MPP_FAIL_SPLIT_FRAME = -1008,
+    MPP_ERR_VPUHW = -1009,
+    MPP_EOS_STREAM_REACHED = -1011,
+    MPP_ERR_BUFFER_FULL = -1012,
+    MPP_ERR_DISPLAY_FULL = -1013
+} MPP_RET;
