@@ -14,6 +14,14 @@ find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED)
 add_library(rapidjson INTERFACE)
 target_include_directories(rapidjson SYSTEM INTERFACE ${RAPIDJSON_INCLUDE_DIR})
 
+# Debian's core and imgproc packages come without a pkg-config file.
+find_path(OPENCV_INCLUDE_DIR opencv2/imgproc.hpp PATH_SUFFIXES opencv4 REQUIRED)
+find_library(OPENCV_CORE_LIBRARY opencv_core REQUIRED)
+find_library(OPENCV_IMGPROC_LIBRARY opencv_imgproc REQUIRED)
+add_library(opencv INTERFACE)
+target_link_libraries(opencv INTERFACE ${OPENCV_IMGPROC_LIBRARY} ${OPENCV_CORE_LIBRARY})
+target_include_directories(opencv SYSTEM INTERFACE ${OPENCV_INCLUDE_DIR})
+
 # The board's own 2D engine where it is installed, the software engine elsewhere: target `rga`.
 pkg_check_modules(VENDOR_RGA IMPORTED_TARGET librga)
 

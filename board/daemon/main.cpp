@@ -1,6 +1,7 @@
 // virtual-board: the hardware that a developer's machine does not have.
 
 #include "board/daemon/daemon.h"
+#include "board/daemon/rootfiles.h"
 #include "board/daemon/runfolder.h"
 #include "board/daemon/scenario.h"
 
@@ -112,6 +113,7 @@ void beRealTime() {
 void runBoard(const Options& options) {
     const board::Scenario scenario = loadChosen(options);
     const board::RunFolder folder(options.run);
+    board::layRootFiles(folder.path(), scenario);
     raiseDescriptorLimit();
     beRealTime();
     board::EventLoop loop;

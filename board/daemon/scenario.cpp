@@ -2,9 +2,11 @@
 
 #include "board/daemon/descriptions.h"
 #include "board/daemon/jsonreader.h"
+#include "board/protocol/mappedpaths.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 
 namespace board {
 
@@ -68,6 +70,27 @@ Description resolve(const JsonPlace& place, const char* what, const char* subfol
     return load(path, read);
 }
 
+bool isMapped(const fs::path& path) {
+    if (path != path.lexically_normal() || !path.has_filename())
+        return false;
+    return std::any_of(
+        std::begin(wire::mappedPaths), std::end(wire::mappedPaths), [&path](const fs::path& top) {
+            return std::mismatch(top.begin(), top.end(), path.begin(), path.end()).first ==
+                   top.end();
+        });
+}
+
+void readFiles(const JsonPlace& place, Scenario& scenario) {
+    const JsonObject checked(place);
+    for (const auto& member : place.value().GetObject()) {
+        const std::string path = member.name.GetString();
+        const JsonPlace item = place.member(member.value, path);
+        if (!isMapped(path))
+            item.fail("not one of the paths that lead into the run folder");
+        scenario.files[path] = item.text(4095);
+    }
+}
+
 Scenario readScenario(const JsonPlace& place) {
     JsonObject object(place);
     Scenario scenario;
@@ -88,6 +111,7 @@ Scenario readScenario(const JsonPlace& place) {
     object.with("recording", [&](const JsonPlace& p) { scenario.camera.recording = p.text(4095); });
     object.with("speed",
                 [&](const JsonPlace& p) { scenario.speed = std::uint32_t(p.integer(1, 10)); });
+    object.with("files", [&](const JsonPlace& p) { readFiles(p, scenario); });
     object.finish();
     return scenario;
 }

@@ -75,6 +75,8 @@ struct Scenario {
     bool hasDisplay = true, displayPlugged = true;
     unsigned cameraNumber = 0;  // N of the first /dev/videoN
     std::uint32_t speed = 1;
+    // What a new run folder has under the application's fixed paths: content by path.
+    std::map<std::string, std::string> files;
 };
 
 // Read from JSON; camera and display may be named ("logitech-c920-h264") or written in place.

@@ -2,6 +2,7 @@
 
 #include "board/preload/run.h"
 #include "board/preload/text.h"
+#include "board/protocol/mappedpaths.h"
 #include "board/protocol/wire.h"
 
 #include <cerrno>
@@ -9,19 +10,6 @@
 namespace board::preload {
 
 namespace {
-
-// Files and folders that the run folder replaces.
-constexpr const char* mappedPaths[] = {
-    "/userdata",
-    "/proc/asound",
-    "/sys/class/thermal",
-    "/sys/dev/char",
-    "/etc/uvc_param.conf",
-    "/usr/bin/startupflag",
-    "/usr/bin/updateStart",
-    "/usr/bin/startUpVersion_brivant.bin",
-    "/usr/bin/readyUpgradeDone_brivant.bin",
-};
 
 // Folders that hold device nodes only.
 constexpr const char* deviceFolders[] = {"/dev/dri", "/dev/snd", "/dev/input"};
@@ -98,7 +86,7 @@ Located::Located(const char* path) : path_(path) {
 }
 
 void Located::find(wire::SharedPage& page, const char* path) {
-    for (const char* top : mappedPaths)
+    for (const char* top : wire::mappedPaths)
         if (isOrIsBelow(path, top))
             return standIn(path, Place::mapped);
     if (!startsWith(path, "/dev/"))

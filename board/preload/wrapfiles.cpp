@@ -1,7 +1,6 @@
 // Calls that change files by path. Only stand-ins and host files can be changed.
 #include "board/preload/next.h"
 #include "board/preload/paths.h"
-#include "board/preload/run.h"
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -122,12 +121,4 @@ WRAPPER(int, truncate, (const char* path, off_t bytes)) {
 WRAPPER(int, truncate64, (const char* path, off64_t bytes)) {
     NEXT(truncate64);
     return onPath(next, path, bytes);
-}
-
-// Flushing the host's disks for a file of the run folder serves nobody.
-WRAPPER(void, sync, ()) {
-    if (boardPage() != nullptr)
-        return;
-    NEXT(sync);
-    next();
 }

@@ -11,10 +11,12 @@
 namespace board::wire {
 
 constexpr std::uint32_t protocolVersion = 1;
-constexpr char socketName[] = "board.sock";            // devices, in the run folder
-constexpr char orderSocketName[] = "order.sock";       // orders, in the run folder
-constexpr char pageName[] = "page";                    // SharedPage, in the run folder
-constexpr char rootName[] = "root";                    // files that stand in for fixed paths
+constexpr char socketName[] = "board.sock";       // devices, in the run folder
+constexpr char orderSocketName[] = "order.sock";  // orders, in the run folder
+constexpr char pageName[] = "page";               // SharedPage, in the run folder
+constexpr char rootName[] = "root";               // files that stand in for fixed paths
+constexpr char commandsName[] = "commands";       // shell commands that programs ran, a line each
+constexpr char keptName[] = "kept";               // calls that the host did not get, a line each
 constexpr char runFolderVariable[] = "VIRTUAL_BOARD";  // environment: the run folder
 
 constexpr unsigned maxBlocks = 8;

@@ -8,6 +8,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -86,6 +88,11 @@ class Program {
     std::string text_;
 };
 
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 class Programs : public testing::Test {
   protected:
     Programs() {
@@ -153,6 +160,27 @@ TEST_F(Programs, FolderNameLongerThanASocketsName) {
     EXPECT_EQ(order.end(), 0) << order.text();
     EXPECT_EQ(daemon.end(), 0);
     EXPECT_FALSE(fs::exists(deep + "/board.sock"));
+}
+
+TEST_F(Programs, FixedPathsAreFilledOnceAndThenStay) {
+    const std::string root = folder_ + "/root";
+    {
+        Program daemon(board(folder_, "after-upgrade"));
+        ASSERT_TRUE(daemon.waitForText("ready ")) << daemon.text();
+        EXPECT_EQ(contentOf(root + "/userdata/version"), "5.21\n");
+        EXPECT_EQ(contentOf(root + "/userdata/updateSuceedFlag"), "");
+        EXPECT_TRUE(fs::exists(root + "/userdata/updateSuceedFlag"));
+        EXPECT_EQ(contentOf(root + "/sys/class/thermal/thermal_zone1/temp"), "43500\n");
+        for (const char* name : {"startUpVersion_brivant.bin", "readyUpgradeDone_brivant.bin"})
+            EXPECT_EQ(fs::file_size(root + "/usr/bin/" + name), 1920u * 1080 * 3);
+        fs::remove(root + "/userdata/updateSuceedFlag");
+        EXPECT_EQ(ctl({"quit"}), 0);
+        EXPECT_EQ(daemon.end(), 0);
+    }
+    Program again(board(folder_, "after-upgrade"));
+    ASSERT_TRUE(again.waitForText("ready ")) << again.text();
+    EXPECT_FALSE(fs::exists(root + "/userdata/updateSuceedFlag"));
+    EXPECT_TRUE(fs::exists(root + "/userdata/version"));
 }
 
 TEST_F(Programs, BadCommandLineIsOneLine) {

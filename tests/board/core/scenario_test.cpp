@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <numeric>
 
 #include "board/daemon/scenario.h"
@@ -201,6 +202,22 @@ TEST_F(ScenarioFiles, CameraByNameInPlaceOrAbsent) {
     const Scenario byPath = loadScenario(
         write("u.json", R"({"name": "u", "camera": "cameras/one.json", "display": null})"));
     EXPECT_EQ(byPath.camera.name, "c");
+}
+
+TEST_F(ScenarioFiles, FilesByPath) {
+    const Scenario scenario =
+        loadScenario(write("s.json", R"({"name": "s", "camera": null, "display": null, "files":
+            {"/userdata/version": "5.21\n", "/usr/bin/startupflag": ""}})"));
+    const std::map<std::string, std::string> wanted = {{"/userdata/version", "5.21\n"},
+                                                       {"/usr/bin/startupflag", ""}};
+    EXPECT_EQ(scenario.files, wanted);
+    for (const char* path : {"/etc/passwd", "userdata/version", "/userdata/../etc/passwd",
+                             "/userdata2/x", "/userdata/", "/", ""}) {
+        const std::string text = R"({"name": "s", "camera": null, "display": null, "files": {")" +
+                                 std::string(path) + R"(": ""}})";
+        expectPart(errorOf([&] { loadScenario(write("s.json", text)); }),
+                   "not one of the paths that lead into the run folder");
+    }
 }
 
 TEST_F(ScenarioFiles, ScenarioErrors) {

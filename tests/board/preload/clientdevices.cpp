@@ -11,6 +11,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -33,6 +34,14 @@ void openAndCall() {
     CHECK((::fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0);
     CHECK(::close(fd) == 0);
     CHECK_FAILS(::ioctl(fd, fake::nothing, 0), EBADF);
+}
+
+void commands() {
+    CHECK(std::system(nullptr) != 0);
+    CHECK(std::system("touch /userdata/mark") == 0);
+    CHECK(std::system("echo 5.22> /userdata/version") == 0);
+    CHECK(std::system("sync; exit 7") == 7 << 8);
+    ::sync();
 }
 
 void openFlags() {
@@ -183,14 +192,8 @@ void hostSeen() {
 
 }  // namespace
 
-const Case deviceCases[] = {{"openAndCall", openAndCall},
-                            {"openFlags", openFlags},
-                            {"faults", faults},
-                            {"nested", nested},
-                            {"nestedCounts", nestedCounts},
-                            {"values", values},
-                            {"presence", presence},
-                            {"presenceIsFree", presenceIsFree},
-                            {"hostHidden", hostHidden},
-                            {"hostSeen", hostSeen},
-                            {nullptr, nullptr}};
+const Case deviceCases[] = {
+    {"openAndCall", openAndCall}, {"commands", commands}, {"openFlags", openFlags},
+    {"faults", faults},           {"nested", nested},     {"nestedCounts", nestedCounts},
+    {"values", values},           {"presence", presence}, {"presenceIsFree", presenceIsFree},
+    {"hostHidden", hostHidden},   {"hostSeen", hostSeen}, {nullptr, nullptr}};

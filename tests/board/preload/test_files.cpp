@@ -55,6 +55,16 @@ TEST_F(PreloadFiles, ShellCommands) {
     EXPECT_EQ(shell("sync").code, 0);
 }
 
+TEST_F(PreloadFiles, ShellCommandsAreWrittenDownAndDisksAreNotFlushed) {
+    const Result result = runClient(board_.folder(), {CLIENT_PROGRAM, "commands"});
+    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_EQ(contentOf(board_.folder() + "/commands"),
+              "touch /userdata/mark\necho 5.22> /userdata/version\nsync; exit 7\n");
+    EXPECT_EQ(contentOf(board_.folder() + "/kept"), "sync\nsync\n");
+    EXPECT_TRUE(std::filesystem::exists(inRoot("/userdata/mark")));
+    EXPECT_EQ(contentOf(inRoot("/userdata/version")), "5.22\n");
+}
+
 TEST_F(PreloadFiles, NamesThatOnlyBeginAlikeAreTheHosts) {
     std::filesystem::create_directories(inRoot("/userdata2"));
     std::ofstream(inRoot("/usr/bin/startupflagged"));
