@@ -1,5 +1,6 @@
 #include "control/capture/analysisfile.h"
 
+#include "control/camera/obsbot.h"
 #include "control/display/displaydrm.h"
 #include "control/task/fourcc.h"
 #include "control/task/logline.h"
@@ -10,6 +11,8 @@ AnalysisFile::AnalysisFile(std::string devicePath)
     : devicePath(std::move(devicePath)),
       fmtNames{fmtStr(fourccOf("MJPG"), "   Mjpeg   "), fmtStr(fourccOf("YUYV"), "   Yuyv    "),
                fmtStr(fourccOf("H264"), "   H264    ")} {}
+
+AnalysisFile::~AnalysisFile() = default;
 
 bool AnalysisFile::openFile() {
     captureInfo = {};
@@ -30,5 +33,9 @@ bool AnalysisFile::openFile() {
         return false;
     }
     selectBestFmt();
-    return captureInfo.width != 0 && captureInfo.height != 0 && captureInfo.fps != 0;
+    if (captureInfo.width == 0 || captureInfo.height == 0 || captureInfo.fps == 0) {
+        return false;
+    }
+    obsBot = std::make_unique<ObsBot>(devicePath);
+    return true;
 }

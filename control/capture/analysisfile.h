@@ -4,18 +4,24 @@
 #include "control/task/mediatypes.h"
 
 #include <array>
+#include <memory>
 #include <string>
 #include <vector>
+
+class ObsBot;
 
 // Made anew for every connection of a camera; used by one thread.
 class AnalysisFile {
   public:
     // `devicePath`: the camera's V4L2 node. Opens nothing.
     explicit AnalysisFile(std::string devicePath);
+    // Ends the camera's control task.
+    ~AnalysisFile();
     AnalysisFile(const AnalysisFile&) = delete;
     AnalysisFile& operator=(const AnalysisFile&) = delete;
 
-    // Asks camera and display and chooses. True when `captureInfo` and `displayInfo` hold a choice.
+    // Asks camera and display and chooses. True when `captureInfo` and `displayInfo` hold a choice;
+    // the camera's control task runs from then on.
     bool openFile();
 
     // Fills `cardName` and `uvcFmtLists`. False, with one line on standard error, when the node
@@ -37,6 +43,7 @@ class AnalysisFile {
     std::array<fmtStr, 3> fmtNames;                  // 0 MJPG, 1 YUYV, 2 H264
     std::array<std::vector<uvcFmt>, 3> uvcFmtLists;  // accepted modes, same index, camera's order
     std::string cardName;                            // V4L2 card name, without padding
+    std::unique_ptr<ObsBot> obsBot;                  // null until a mode was chosen
 
   private:
     bool queryCapability(int fd);

@@ -1,6 +1,7 @@
 // The camera's side: who it is and which modes it lists.
 #include "control/capture/analysisfile.h"
 #include "control/capture/videonode.h"
+#include "control/task/drivertext.h"
 #include "control/task/logline.h"
 #include "control/task/uniquefd.h"
 #include "control/task/xioctl.h"
@@ -18,13 +19,6 @@ constexpr std::uint32_t maxEnumerated = 16384;  // sizes and intervals of one ca
 
 constexpr std::uint64_t maxMjpegPixels = 1920ULL * 1080ULL;
 constexpr std::uint32_t maxMjpegBandwidth = 1920U * 1080U * 60U;
-
-// A field of the driver, which need not end with a zero.
-template <std::size_t N>
-std::string fieldText(const __u8 (&field)[N]) {
-    const char* text = reinterpret_cast<const char*>(field);
-    return {text, strnlen(text, N)};
-}
 
 std::uint32_t wholeFps(const v4l2_fract& interval) {
     return interval.numerator == 0 ? 0 : interval.denominator / interval.numerator;
@@ -98,10 +92,7 @@ bool AnalysisFile::queryCapability(int fd) {
         return false;
     }
     cardName = fieldText(capability.card);
-    const std::uint32_t version = capability.version;
-    logOut("Driver Name:", fieldText(capability.driver), "\nCard Name:", cardName,
-           "\nBus info:", fieldText(capability.bus_info), "\nDriver Version:", version >> 16 & 0xFF,
-           '.', version >> 8 & 0xFF, '.', version & 0xFF);
+    logOut(capabilityText(capability));
     if ((capability.capabilities & V4L2_CAP_VIDEO_CAPTURE) == 0) {
         logErr(devicePath, " is no video capture device");
         return false;

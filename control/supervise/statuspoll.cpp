@@ -41,7 +41,7 @@ void StatusPoll::pollOnce() {
         case STATUE_POLL_NODEVICE:
             return waitForDevices();
         case STATUE_POOL_OPENFAID:
-            return waitForUnplug();
+            return waitForUnplugOrWakeUp();
         case STATUE_POOL_OPENDEVICE:
             return openDevice();
         case STATUE_POOL_PLAY:
@@ -84,6 +84,7 @@ bool StatusPoll::isReplugged() const {
 
 void StatusPoll::waitForDevices() {
     ObsBot::dormantStatus = 0;
+    dropObsBot();
     if (checkIsDeviceExist() == 1 && ShowControl::findDisplayDevice()) {
         statue = STATUE_POOL_OPENDEVICE;
         logOut("statue: STATUE_POLL_NODEVICE ==> STATUE_POOL_OPENDEVICE");
@@ -98,6 +99,7 @@ void StatusPoll::openDevice() {
         logOut("statue: STATUE_POOL_OPENDEVICE ==> STATUE_POOL_OPENFAID");
         return;
     }
+    dropObsBot();
     // What replaces the node while the camera settles is met as a replug if it fails.
     usedNode = identityOf(devicePath);
     std::this_thread::sleep_for(std::chrono::seconds(1));
@@ -139,11 +141,25 @@ void StatusPoll::dropPipeline(Statue next, const char* line) {
     logOut(line);
 }
 
-void StatusPoll::waitForUnplug() {
-    if (checkIsDeviceExist() == 0 || (ObsBot::dormantStatus == 0 && isReplugged())) {
+void StatusPoll::waitForUnplugOrWakeUp() {
+    // A camera that re-enumerates as it wakes up is no other camera.
+    const bool awake = ObsBot::dormantStatus == 0 && obsBot == nullptr;
+    if (checkIsDeviceExist() == 0 || (awake && isReplugged())) {
         statue = STATUE_POLL_NODEVICE;
         logOut("statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE");
+    } else if (ObsBot::dormantStatus == 0 || obsBot != nullptr) {
+        std::this_thread::sleep_for(pollPeriod_us);
+    } else {
+        obsBot = new ObsBot(devicePath);
+    }
+    if (ObsBot::dormantStatus == 1 || obsBot == nullptr) {
         return;
     }
-    std::this_thread::sleep_for(pollPeriod_us);
+    statue = STATUE_POLL_NODEVICE;
+    logOut("statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE(WAKE UP)");
+}
+
+void StatusPoll::dropObsBot() {
+    delete obsBot;
+    obsBot = nullptr;
 }

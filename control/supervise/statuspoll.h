@@ -9,6 +9,7 @@
 #include <string>
 
 class CaptureMedia;
+class ObsBot;
 class RkRga;
 
 // Starts its thread in the constructor; the thread never ends. So does the destructor, which waits
@@ -48,12 +49,14 @@ class StatusPoll final : public TaskBase {
     void openDevice();
     void watchPlay();
     void dropPipeline(Statue next, const char* line);
-    void waitForUnplug();
+    void waitForUnplugOrWakeUp();
+    void dropObsBot();
 
     CaptureMedia* captureMedia = nullptr;
     RkRga* rga = nullptr;  // the process's 2D engine, never deleted
     Statue statue = STATUE_POLL_NODEVICE;
     std::string devicePath;
-    NodeIdentity usedNode;  // the node that the last pipeline was built for
+    ObsBot* obsBot = nullptr;  // reads the remote while the camera sleeps
+    NodeIdentity usedNode;     // the node that the last pipeline was built for
     int memTick = 0;
 };

@@ -2,6 +2,7 @@
 #include "control/capture/analysisfile.h"
 
 #include "control/task/fourcc.h"
+#include "tests/unit/camera/fakeobsbot.h"
 #include "tests/unit/capture/fakecamera.h"
 #include "tests/unit/capture/fakestages.h"
 #include "tests/unit/capture/output.h"
@@ -220,6 +221,25 @@ TEST(Analysis, FailsWithoutAPair) {
     EXPECT_NE(output.out.find("----total all format----"), std::string::npos);
     EXPECT_EQ(analysis.captureInfo.width, 0U);
     EXPECT_EQ(analysis.captureInfo.format, 0U);
+}
+
+// Made for the node as soon as a mode was chosen, gone with the analysis.
+TEST(Analysis, ACameraThatCanPlayGetsAControlTask) {
+    FakeCamera fake(camera({cameraFormat("YUYV", {{640, 480, {30}}})}));
+    obsBotLife = {};
+    stages::reset({{0, 1920, 1080, 60}});
+    outputOf([] { EXPECT_FALSE(AnalysisFile(node).openFile()); });
+    EXPECT_EQ(obsBotLife.made.size(), 0U);
+    stages::reset({{0, 640, 480, 60}});
+    {
+        AnalysisFile analysis(node);
+        EXPECT_EQ(analysis.obsBot, nullptr);
+        outputOf([&] { EXPECT_TRUE(analysis.openFile()); });
+        EXPECT_NE(analysis.obsBot, nullptr);
+        EXPECT_EQ(obsBotLife.made, std::vector<std::string>{node});
+        EXPECT_EQ(obsBotLife.living, 1);
+    }
+    EXPECT_EQ(obsBotLife.living, 0);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "tests/unit/supervise/fakeworld.h"
 
+#include "control/camera/obsbot.h"
 #include "control/capture/capturemedia.h"
 #include "control/convert/rkrga.h"
 #include "control/decode/deccommon.h"
@@ -50,6 +51,8 @@ extern "C" int __wrap_stat(const char* path, struct stat* status) {
 // The parts of pipeline, display and 2D engine that the supervisor calls.
 
 AnalysisFile::AnalysisFile(std::string path) : devicePath(std::move(path)) {}
+
+AnalysisFile::~AnalysisFile() = default;
 
 CaptureMedia::CaptureMedia(std::string devicePath) : offsetTime(0) {
     world.pipelines.push_back(std::move(devicePath));
