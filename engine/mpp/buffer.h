@@ -77,7 +77,7 @@ class Group : public Counted {
     void close();
     int unused();
     std::size_t usage();
-    // Rung when a buffer comes back.
+    // Rung when a buffer comes back or the limits change.
     void listen(const std::shared_ptr<Doorbell>& doorbell);
 
   private:
@@ -85,6 +85,7 @@ class Group : public Counted {
     ~Group();
     void giveBack(Buffer* buffer);
     void forget();
+    std::vector<std::shared_ptr<Doorbell>> listeners();
     Buffer* findFree(std::size_t size);
     bool makeRoom();
 

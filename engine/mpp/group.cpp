@@ -4,6 +4,15 @@
 #include "engine/mpp/buffer.h"
 
 namespace mpp {
+namespace {
+
+void ring(const std::vector<std::shared_ptr<Doorbell>>& doorbells) {
+    for (const auto& doorbell : doorbells) {
+        doorbell->ring();
+    }
+}
+
+}  // namespace
 
 Group::Group(MppBufferType type, MppBufferMode mode) : Counted(kindOf), type_(type), mode_(mode) {}
 
@@ -104,27 +113,37 @@ void Group::giveBack(Buffer* buffer) {
     std::vector<std::shared_ptr<Doorbell>> doorbells;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
+        doorbells = listeners();
         if (buffer->generation_ != generation_) {
             delete buffer;
             return;
         }
         --out_;
         free_.push_back(buffer);
-        for (const auto& listener : listeners_) {
-            if (auto doorbell = listener.lock()) {
-                doorbells.push_back(std::move(doorbell));
-            }
+    }
+    ring(doorbells);
+}
+
+// Those to ring once the lock is gone.
+std::vector<std::shared_ptr<Doorbell>> Group::listeners() {
+    std::vector<std::shared_ptr<Doorbell>> doorbells;
+    for (const auto& listener : listeners_) {
+        if (auto doorbell = listener.lock()) {
+            doorbells.push_back(std::move(doorbell));
         }
     }
-    for (const auto& doorbell : doorbells) {
-        doorbell->ring();
-    }
+    return doorbells;
 }
 
 void Group::limit(std::size_t size, int count) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    limitSize_ = size;
-    limitCount_ = count;
+    std::vector<std::shared_ptr<Doorbell>> doorbells;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        limitSize_ = size;
+        limitCount_ = count;
+        doorbells = listeners();
+    }
+    ring(doorbells);
 }
 
 void Group::forget() {
@@ -138,14 +157,24 @@ void Group::forget() {
 }
 
 void Group::clear() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    forget();
+    std::vector<std::shared_ptr<Doorbell>> doorbells;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        forget();
+        doorbells = listeners();
+    }
+    ring(doorbells);
 }
 
 void Group::close() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    forget();
-    closed_ = true;
+    std::vector<std::shared_ptr<Doorbell>> doorbells;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        forget();
+        closed_ = true;
+        doorbells = listeners();
+    }
+    ring(doorbells);
 }
 
 int Group::unused() {

@@ -1,0 +1,71 @@
+// Simple mode: H.264 packets in, frames out.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <vector>
+
+#include "engine/mpp/accessunits.h"
+#include "engine/mpp/avc.h"
+#include "engine/mpp/decoder.h"
+
+namespace mpp {
+
+class StreamDecoder : public Decoder {
+  public:
+    static constexpr std::size_t packetsThatWait = 4;
+    // Frames that the program has not taken; its group's limit is usually reached before.
+    static constexpr std::size_t framesThatWait = 32;
+
+    using Decoder::Decoder;
+    // False when libavcodec cannot.
+    bool open() { return avc_.open(); }
+
+    MPP_RET put(const Packet& packet) override;
+    MPP_RET get(Frame*& frame) override;
+    MPP_RET reset() override;
+    RK_S32 backlog() const override { return static_cast<RK_S32>(packets_.size()); }
+    bool busy() const override { return busy_ || !packets_.empty(); }
+    RK_U32 waitsFor() const override { return waitsFor_; }
+
+  private:
+    using Lock = std::unique_lock<std::mutex>;
+    struct Data {
+        std::vector<std::uint8_t> bytes;
+        RK_S64 pts = 0;
+        bool eos = false;
+        bool split = false;
+    };
+
+    void work() override;
+    // The steps of the decoder's thread. False when a reset or the end came in between.
+    bool decode(const Data& data);
+    bool decodeUnit(const AccessUnit& unit);
+    bool giveOutPictures();
+    bool giveOut(const AVFrame& picture);
+    bool agreeOn(const PictureSize& size);
+    bool finishStream();
+    // A buffer for the picture; null with MPP_OK when interrupted, with another result when the
+    // program's group will not give one of that size.
+    Ref<Buffer> waitForBuffer(std::size_t size, MPP_RET& result);
+    bool put(Ref<Frame> frame);
+    void judge(const AVFrame& picture, FrameInfo& info);
+    bool interrupted() const { return channel_.ending || channel_.epoch != handledEpoch_; }
+
+    // Of the decoder's thread.
+    AccessUnits units_;
+    AvcDecoder avc_;
+    PictureSize agreed_;
+    bool keySeen_ = false;  // since the beginning or a reset
+    bool damaged_ = false;  // since the last good key frame
+
+    // The channel's lock guards all below.
+    std::deque<Data> packets_;
+    std::deque<Ref<Frame>> frames_;
+    unsigned handledEpoch_ = 0;
+    bool busy_ = false;
+    RK_U32 waitsFor_ = 1;
+};
+
+}  // namespace mpp
