@@ -34,6 +34,8 @@ class Board {
     virtual ~Board() = default;
     virtual EventLoop& loop() = 0;
     virtual const BoardClock& clock() const = 0;
+    // What the board's clients read from CLOCK_REALTIME, ns.
+    virtual std::int64_t realtime_ns() const { return clock().now_ns(); }
 
     // Puts a node into place (a new inode each time) or takes it away. `device` stays owned by the
     // caller and must outlive its open handles. Also writes /sys/dev/char/MAJOR:MINOR/uevent.

@@ -71,6 +71,16 @@ void CoreBoard::setHandleState(std::uint32_t slot, std::uint32_t bits) {
     page_.setHandleState(slot, bits);
 }
 
+std::int64_t CoreBoard::realtime_ns() const {
+    const wire::SharedPage& page = page_.page();
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::int64_t machine_ns = std::int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
+    return page.realtimeOrigin_ns +
+           (machine_ns - page.realtimeOrigin_ns) * std::int64_t(page.speed) +
+           page.realtimeStep_ns.load();
+}
+
 void CoreBoard::log(const std::string& line) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);

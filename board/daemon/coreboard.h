@@ -19,6 +19,7 @@ class CoreBoard final : public Board {
 
     EventLoop& loop() override { return loop_; }
     const BoardClock& clock() const override { return clock_; }
+    std::int64_t realtime_ns() const override;
     void addNode(const std::string& path, unsigned major, unsigned minor, Device& device) override;
     void removeNode(const std::string& path) override;
     void setHandleState(std::uint32_t slot, std::uint32_t bits) override;

@@ -3,6 +3,7 @@
 #include "board/daemon/coreorders.h"
 #include "board/daemon/deviceorders.h"
 #include "board/daemon/reportorders.h"
+#include "board/daemon/soundorders.h"
 
 namespace board {
 
@@ -15,6 +16,7 @@ Daemon::Daemon(EventLoop& loop, const std::string& folder, const Scenario& scena
     addCoreOrders(orders_, board_, faults_);
     addReportOrders(orders_, board_);
     addDeviceOrders(orders_, rig_);
+    addSoundOrders(orders_, rig_);
     orders_.addImmediate("figures", [this](JsonObject&) { return figures(); });
     orders_.addImmediate("state", [this](JsonObject&) { return state(); });
     orders_.add("quit", [this](JsonObject&, const OrderDone& done) {
@@ -30,6 +32,10 @@ JsonFields Daemon::figures() {
     JsonFields fields;
     if (rig_.camera() != nullptr)
         fields.add("camera", cameraFigures(*rig_.camera()));
+    if (rig_.microphone() != nullptr)
+        fields.add("microphone", soundFigures(*rig_.microphone()));
+    if (rig_.output() != nullptr)
+        fields.add("output", soundFigures(*rig_.output()));
     return fields.add("display", displayFigures(rig_.display())).add("handles", handles);
 }
 
@@ -40,6 +46,9 @@ JsonFields Daemon::state() {
     fields.add("scenario", scenario.name).add("folder", board_.folder());
     fields.add("speed", scenario.speed).add("cameraPlugged", cameraPlugged);
     fields.add("cameraNode", cameraPlugged ? rig_.camera()->nodePath() : "");
+    const auto hasCard = [](const SoundCard* card) { return card != nullptr && card->plugged(); };
+    fields.add("microphonePlugged", hasCard(rig_.microphone()));
+    fields.add("outputPlugged", hasCard(rig_.output()));
     fields.add("displayPlugged", rig_.display().plugged());
     fields.add("display", scenario.hasDisplay ? scenario.display.name : "");
     fields.add("mode", rig_.display().figures().mode);

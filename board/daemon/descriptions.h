@@ -1,4 +1,5 @@
-// Camera and display descriptions out of JSON, wherever they stand: in a file or inside a scenario.
+// Camera, display and sound card descriptions out of JSON, wherever they stand: in a file or inside
+// a scenario.
 #pragma once
 
 #include "board/daemon/jsonreader.h"
@@ -8,5 +9,6 @@ namespace board {
 
 CameraDescription readCamera(const JsonPlace& place);
 DisplayDescription readDisplay(const JsonPlace& place);
+SoundDescription readSound(const JsonPlace& place);
 
 }  // namespace board

@@ -10,7 +10,8 @@ namespace board {
 
 // Fills call.blocks: one per pointer of this ioctl, in the table's order, empty where the message
 // has none. `payload` is what follows the argument; its lengths were checked. 0, or a positive
-// errno when a block does not fit the count that the argument names: a device may rely on it.
+// errno when a block does not fit the count that the argument names: a device may rely on it, but
+// for the frames of a sound stream.
 int takeBlocks(const wire::Request& request, const std::byte* payload, IoctlCall& call);
 
 // Appends the replies of the first `count` blocks to `payload`. False when one was longer than its

@@ -5,9 +5,11 @@
 #include "board/daemon/coreboard.h"
 #include "board/daemon/display.h"
 #include "board/daemon/scenario.h"
+#include "board/daemon/soundcard.h"
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace board {
 
@@ -20,6 +22,9 @@ class Rig {
     // Null when the scenario has no camera and none was plugged yet.
     Camera* camera() { return camera_.get(); }
     Display& display() { return *display_; }  // the card is always there
+    // The camera's card and the board's own; null when the scenario has none and none was plugged.
+    SoundCard* microphone() { return microphone_.get(); }
+    SoundCard* output() { return output_.get(); }
     const Scenario& scenario() const { return scenario_; }
 
     // `description` is a name or a path; empty: the scenario's, or the one plugged last. Throws
@@ -29,12 +34,19 @@ class Rig {
     void plugDisplay(const std::string& description);
     void unplugDisplay();
     void changeDisplay(const std::string& description);
+    std::string plugSound(bool microphone, const std::string& description);  // the card's "hw:N"
+    void unplugSound(bool microphone);
 
   private:
+    void addSound(bool microphone, const SoundDescription& description);
+    void listCards();
+
     CoreBoard& board_;
     Scenario scenario_;
     std::unique_ptr<Camera> camera_;
     std::unique_ptr<Display> display_;
+    std::unique_ptr<SoundCard> microphone_, output_;
+    std::vector<std::string> listed_;  // cards' folders in /proc/asound
 };
 
 }  // namespace board

@@ -14,6 +14,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::int64_t mostClockError = 100000;  // ppm
+
 std::string& scenarioFolder() {
     static std::string folder = BOARD_SCENARIO_FOLDER;
     return folder;
@@ -91,6 +93,30 @@ void readFiles(const JsonPlace& place, Scenario& scenario) {
     }
 }
 
+void readSoundCards(JsonObject& object, Scenario& scenario) {
+    const auto card = [](const JsonPlace& place, bool& has, SoundDescription& description) {
+        has = !place.isNull();
+        if (has)
+            description = resolve(place, "sound card", "/sound", readSound);
+    };
+    object.with("microphone",
+                [&](const JsonPlace& p) { card(p, scenario.hasMicrophone, scenario.microphone); });
+    object.with("output",
+                [&](const JsonPlace& p) { card(p, scenario.hasOutput, scenario.output); });
+    object.with("microphonePlugged",
+                [&](const JsonPlace& p) { scenario.microphonePlugged = p.boolean(); });
+    object.with("outputPlugged", [&](const JsonPlace& p) { scenario.outputPlugged = p.boolean(); });
+    object.with("microphoneCard",
+                [&](const JsonPlace& p) { scenario.microphoneCard = unsigned(p.integer(1, 7)); });
+    object.with("microphoneClock_ppm", [&](const JsonPlace& p) {
+        scenario.microphoneClock_ppm = std::int32_t(p.integer(-mostClockError, mostClockError));
+    });
+    object.with("outputClock_ppm", [&](const JsonPlace& p) {
+        scenario.outputClock_ppm = std::int32_t(p.integer(-mostClockError, mostClockError));
+    });
+    object.with("hears", [&](const JsonPlace& p) { scenario.hears = p.text(4095); });
+}
+
 Scenario readScenario(const JsonPlace& place) {
     JsonObject object(place);
     Scenario scenario;
@@ -108,6 +134,7 @@ Scenario readScenario(const JsonPlace& place) {
                 [&](const JsonPlace& p) { scenario.displayPlugged = p.boolean(); });
     object.with("cameraNumber",
                 [&](const JsonPlace& p) { scenario.cameraNumber = unsigned(p.integer(0, 255)); });
+    readSoundCards(object, scenario);
     object.with("recording", [&](const JsonPlace& p) { scenario.camera.recording = p.text(4095); });
     object.with("speed",
                 [&](const JsonPlace& p) { scenario.speed = std::uint32_t(p.integer(1, 10)); });
@@ -130,6 +157,10 @@ DisplayDescription loadDisplay(const std::string& path) {
     return load(path, readDisplay);
 }
 
+SoundDescription loadSound(const std::string& path) {
+    return load(path, readSound);
+}
+
 std::string findScenario(const std::string& nameOrPath) {
     return find("scenario", nameOrPath, "", "");
 }
@@ -140,6 +171,10 @@ std::string findCamera(const std::string& nameOrPath) {
 
 std::string findDisplay(const std::string& nameOrPath) {
     return find("display", nameOrPath, "/displays", "");
+}
+
+std::string findSound(const std::string& nameOrPath) {
+    return find("sound card", nameOrPath, "/sound", "");
 }
 
 void setScenarioFolder(const std::string& folder) {

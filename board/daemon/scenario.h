@@ -1,6 +1,8 @@
-// What a scenario says: which camera and display, with which modes, plugged or not.
+// What a scenario says: which camera, display and sound cards, with which modes, plugged or not.
 // Files lie in board/scenarios/; their form is described in docs/scenarios.md.
 #pragma once
+
+#include "board/daemon/soundlimits.h"
 
 #include <cstdint>
 #include <map>
@@ -73,7 +75,13 @@ struct Scenario {
     DisplayDescription display;
     bool hasCamera = true, cameraPlugged = true;
     bool hasDisplay = true, displayPlugged = true;
-    unsigned cameraNumber = 0;  // N of the first /dev/videoN
+    unsigned cameraNumber = 0;            // N of the first /dev/videoN
+    SoundDescription microphone, output;  // the camera's card, the board's own
+    bool hasMicrophone = false, microphonePlugged = true;
+    bool hasOutput = false, outputPlugged = true;
+    unsigned microphoneCard = 1;  // its card number; the output is card 0
+    std::int32_t microphoneClock_ppm = 0, outputClock_ppm = 0;
+    std::string hears;  // what the microphone hears; empty: a sweep
     std::uint32_t speed = 1;
     // What a new run folder has under the application's fixed paths: content by path.
     std::map<std::string, std::string> files;
@@ -84,13 +92,16 @@ struct Scenario {
 Scenario loadScenario(const std::string& path);
 CameraDescription loadCamera(const std::string& path);
 DisplayDescription loadDisplay(const std::string& path);
+SoundDescription loadSound(const std::string& path);
 // The file for a scenario, camera or display given by name or path ("default" -> .../default.json).
 // Throws std::runtime_error with one line that lists the known names when there is no such file.
 std::string findScenario(const std::string& nameOrPath);
 std::string findCamera(const std::string& nameOrPath);
 std::string findDisplay(const std::string& nameOrPath);
-// Where names are looked up: FOLDER/*.json, FOLDER/cameras/*.json, FOLDER/displays/*.json. The
-// default is the source tree's board/scenarios. Not thread-safe: set it before loading.
+std::string findSound(const std::string& nameOrPath);
+// Where names are looked up: FOLDER/*.json, FOLDER/cameras/*.json, FOLDER/displays/*.json,
+// FOLDER/sound/*.json. The default is the source tree's board/scenarios. Not thread-safe: set it
+// before loading.
 void setScenarioFolder(const std::string& folder);
 
 }  // namespace board

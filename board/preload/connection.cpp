@@ -1,6 +1,7 @@
 #include "board/preload/connection.h"
 
 #include "board/preload/nestedcall.h"
+#include "board/preload/pcmioctl.h"
 #include "board/preload/run.h"
 #include "board/preload/text.h"
 
@@ -228,7 +229,7 @@ long callIoctl(Handle& handle, int fd, std::uint32_t code, void* argument) {
         place = {&value, sizeof value};
     else if (place.iov_len == 0)
         request.offset = reinterpret_cast<std::uintptr_t>(argument);
-    NestedCall nested;
+    NestedCall nested(handle.kind == wire::Kind::pcm ? frameBytes(handle) : 0);
     long result = nested.gather(code, place.iov_base, place.iov_len);
     if (result == 0)
         result = exchangeIoctl(handle, fd, request, place, nested);

@@ -2,6 +2,7 @@
 
 #include "board/preload/connection.h"
 #include "board/preload/park.h"
+#include "board/preload/pcmioctl.h"
 
 #include <fcntl.h>
 #include <linux/videodev2.h>
@@ -58,6 +59,8 @@ long deviceIoctl(Handle& handle, int fd, std::uint32_t request, void* argument) 
         return raw(SYS_ioctl, fd, request, argument);
     if (anyParks() && parkIoctl(request) == Parked::interrupted)
         return -EINTR;
+    if (handle.kind == wire::Kind::pcm)
+        return pcmIoctl(handle, fd, request, argument);
     const int source = awaited(handle, fd, request);
     for (;;) {
         const bool waits = source >= 0 && !isNonBlocking(fd);

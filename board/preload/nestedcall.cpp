@@ -36,7 +36,9 @@ long NestedCall::add(const wire::NestedPointer& pointer, const unsigned char* ar
             return -EINVAL;
         elements = wire::maxMessageBytes;
     }
-    const std::uint64_t bytes = elements * pointer.elementBytes;
+    const std::uint64_t bytes =
+        elements *
+        (pointer.elementBytes == wire::frameElement ? frameBytes_ : pointer.elementBytes);
     if (sends && bytes > 0 && address == 0)
         return -EFAULT;
     wire::Block block{};

@@ -10,6 +10,9 @@ namespace board::preload {
 
 class NestedCall {
   public:
+    // `frameBytes`: of a sound stream's frame, 0 for another handle.
+    explicit NestedCall(std::uint32_t frameBytes) : frameBytes_(frameBytes) {}
+
     // Finds the blocks of `code` in the caller's argument. 0, -EFAULT or -EINVAL (too much).
     long gather(std::uint32_t code, const void* argument, std::uint64_t bytes);
 
@@ -21,6 +24,7 @@ class NestedCall {
   private:
     long add(const wire::NestedPointer& pointer, const unsigned char* argument);
 
+    std::uint32_t frameBytes_;
     unsigned count_ = 0;
     std::uint64_t toSend_ = 0;
     std::uint64_t room_ = 0;  // of the answer's message

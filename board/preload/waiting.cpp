@@ -7,10 +7,28 @@ namespace board::preload {
 namespace {
 
 constexpr short readBits = POLLIN | POLLRDNORM;
+constexpr short writeBits = POLLOUT | POLLWRNORM;
 constexpr short goneBits = POLLERR | POLLHUP;
 
-// What a V4L2 node says without the help of its descriptor.
+// Kinds whose state says more than their descriptor can.
+bool isWatched(wire::Kind kind) {
+    return kind == wire::Kind::v4l2 || kind == wire::Kind::pcm;
+}
+
+// A stream that has stopped: both directions report at once, and that it is an error.
+short immediateSound(const Handle& handle, short events) {
+    const std::uint32_t state = handle.state();
+    if ((state & wire::handleGone) != 0)
+        return POLLERR | POLLNVAL;
+    if ((state & wire::handleFailed) != 0)
+        return short(POLLERR | (events & (readBits | writeBits)));
+    return 0;
+}
+
+// What a node says without the help of its descriptor.
 short immediate(const Handle& handle, short events) {
+    if (handle.kind == wire::Kind::pcm)
+        return immediateSound(handle, events);
     const std::uint32_t state = handle.state();
     if ((state & wire::handleGone) != 0)
         return short(goneBits | (events & POLLPRI));
@@ -23,8 +41,10 @@ short prepare(const pollfd& wanted, pollfd& main, pollfd& companion) {
     main = {wanted.fd, wanted.events, 0};
     companion = {-1, POLLIN, 0};
     const HandleRef handle = handleOf(wanted.fd);
-    if (!handle || handle->kind != wire::Kind::v4l2)
+    if (!handle || !isWatched(handle->kind))
         return 0;
+    if (handle->kind == wire::Kind::pcm)
+        return immediate(*handle, wanted.events);
     main.events = short(wanted.events & readBits);
     if ((wanted.events & POLLPRI) != 0)
         companion.fd = handle->events;
@@ -33,9 +53,11 @@ short prepare(const pollfd& wanted, pollfd& main, pollfd& companion) {
 
 short outcome(const pollfd& wanted, const pollfd& main, const pollfd& companion) {
     const HandleRef handle = handleOf(wanted.fd);
-    if (!handle || handle->kind != wire::Kind::v4l2)
+    if (!handle || !isWatched(handle->kind))
         return main.revents;
     const short now = immediate(*handle, wanted.events);
+    if (handle->kind == wire::Kind::pcm)
+        return (now & POLLNVAL) != 0 ? now : short(now | main.revents);
     // The other end closed: the device is gone, whatever lies unread.
     if ((now & POLLHUP) != 0 || (main.revents & POLLHUP) != 0)
         return short(goneBits | (wanted.events & POLLPRI));

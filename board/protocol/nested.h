@@ -6,6 +6,7 @@
 #include <drm_mode.h>
 #include <linux/uvcvideo.h>
 #include <linux/videodev2.h>
+#include <sound/asound.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -13,6 +14,9 @@
 namespace board::wire {
 
 enum class Direction : std::uint8_t { in, out, inOut };
+
+// As a number of bytes: a frame of the sound stream, as long as its handle's state word says.
+constexpr std::uint16_t frameElement = 0;
 
 // A pointer at `pointerOffset` (8 bytes) to `count * elementBytes` bytes; the count stands at
 // `countOffset` (`countBytes` wide: 2, 4 or 8).
@@ -51,6 +55,9 @@ constexpr NestedPointer nestedPointers[] = {
     {std::uint32_t(DRM_IOCTL_MODE_GETPROPERTY), offsetof(drm_mode_get_property, enum_blob_ptr), offsetof(drm_mode_get_property, count_enum_blobs), 4, sizeof(drm_mode_property_enum), Direction::out},
     {std::uint32_t(DRM_IOCTL_MODE_GETPROPBLOB), offsetof(drm_mode_get_blob, data), offsetof(drm_mode_get_blob, length), 4, 1, Direction::out},
     {std::uint32_t(DRM_IOCTL_MODE_SETCRTC), offsetof(drm_mode_crtc, set_connectors_ptr), offsetof(drm_mode_crtc, count_connectors), 4, 4, Direction::in},
+    {std::uint32_t(SNDRV_PCM_IOCTL_WRITEI_FRAMES), offsetof(snd_xferi, buf), offsetof(snd_xferi, frames), 8, frameElement, Direction::in},
+    {std::uint32_t(SNDRV_PCM_IOCTL_READI_FRAMES), offsetof(snd_xferi, buf), offsetof(snd_xferi, frames), 8, frameElement, Direction::out},
+    {std::uint32_t(SNDRV_CTL_IOCTL_ELEM_LIST), offsetof(snd_ctl_elem_list, pids), offsetof(snd_ctl_elem_list, space), 4, sizeof(snd_ctl_elem_id), Direction::out},
 };
 // clang-format on
 

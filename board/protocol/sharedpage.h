@@ -24,6 +24,8 @@ struct NodeEntry {
 // State bits of an open descriptor.
 constexpr std::uint32_t handleGone = 1u << 0;       // device unplugged: calls answer ENODEV
 constexpr std::uint32_t handleStreaming = 1u << 1;  // V4L2: an empty queue means EAGAIN, not EINVAL
+constexpr std::uint32_t handleFailed = 1u << 2;  // sound: the stream's state is an error to a poll
+constexpr std::uint32_t handleFrameShift = 16;   // sound: the bits above are the bytes of a frame
 
 // A call that is held in its wait: a wait with a time-out runs to its end without becoming ready,
 // one without stays until the park is lifted. `call` is a libc name ("select", "read",

@@ -1,0 +1,184 @@
+#include "board/daemon/soundcard.h"
+
+#include "board/daemon/sound/pluggedcard.h"
+#include "board/daemon/sound/soundends.h"
+#include "board/daemon/stream0.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace board {
+
+namespace {
+
+constexpr const char* stateNames[] = {"OPEN",     "SETUP",  "PREPARED",  "RUNNING",     "XRUN",
+                                      "DRAINING", "PAUSED", "SUSPENDED", "DISCONNECTED"};
+
+}  // namespace
+
+class SoundCard::Impl {
+  public:
+    Impl(Board& board, SoundDescription given, unsigned cardNumber, std::int32_t clockError_ppm)
+        : state(std::make_shared<CardState>(board, clockError_ppm)),
+          description(std::move(given)),
+          number(cardNumber) {
+        auto heard = std::make_unique<Voice>();
+        voice = heard.get();
+        voice->setSource(makeGenerator("sweep"));
+        state->voice = std::move(heard);
+        state->ear = std::make_unique<Ear>();
+    }
+
+    ~Impl() { unplug(); }
+
+    void unplug() {
+        if (current == nullptr)
+            return;
+        current->unplug();
+        earlier.push_back(current);
+        current.reset();
+    }
+
+    void forgetClosed() {
+        earlier.erase(std::remove_if(earlier.begin(), earlier.end(),
+                                     [](const auto& card) { return card->openHandles() == 0; }),
+                      earlier.end());
+    }
+
+    std::shared_ptr<CardState> state;
+    Voice* voice;  // the state's
+    SoundDescription description;
+    unsigned number;
+    std::shared_ptr<PluggedCard> current;
+    std::vector<std::shared_ptr<PluggedCard>> earlier;  // unplugged, perhaps still open
+};
+
+SoundCard::SoundCard(Board& board, const SoundDescription& description, unsigned number,
+                     std::int32_t clockError_ppm)
+    : impl_(std::make_unique<Impl>(board, description, number, clockError_ppm)) {}
+
+SoundCard::~SoundCard() = default;
+
+void SoundCard::plug() {
+    if (plugged())
+        return;
+    impl_->forgetClosed();
+    unsigned number = impl_->number;
+    const auto taken = [&] {
+        return std::any_of(impl_->earlier.begin(), impl_->earlier.end(),
+                           [&](const auto& card) { return card->number() == number; });
+    };
+    while (taken())
+        ++number;
+    impl_->state->asleep = false;
+    impl_->current = std::make_shared<PluggedCard>(impl_->state, impl_->description, number);
+    impl_->current->plug();
+}
+
+void SoundCard::unplug() {
+    impl_->unplug();
+    impl_->forgetClosed();
+}
+
+bool SoundCard::plugged() const {
+    return impl_->current != nullptr;
+}
+
+unsigned SoundCard::number() const {
+    return plugged() ? impl_->current->number() : impl_->number;
+}
+
+const SoundDescription& SoundCard::description() const {
+    return impl_->description;
+}
+
+void SoundCard::replaceDescription(const SoundDescription& description) {
+    impl_->description = description;
+}
+
+void SoundCard::stall(bool stalled) {
+    const auto change = [stalled](CardClock& clock) { clock.setStopped(stalled); };
+    if (plugged())
+        impl_->current->setClock(change);
+    else
+        change(impl_->state->clock);
+}
+
+void SoundCard::setClockError(std::int32_t ppm) {
+    const auto change = [ppm](CardClock& clock) { clock.setError(ppm); };
+    if (plugged())
+        impl_->current->setClock(change);
+    else
+        change(impl_->state->clock);
+}
+
+void SoundCard::breakOff() {
+    if (plugged())
+        impl_->current->breakOff();
+}
+
+void SoundCard::suspend() {
+    if (plugged())
+        impl_->current->suspend();
+}
+
+void SoundCard::wake(bool goOn) {
+    if (plugged())
+        impl_->current->wake(goOn);
+}
+
+void SoundCard::grant(std::uint32_t rate_Hz, std::uint32_t periodFrames) {
+    impl_->state->grant = {rate_Hz, periodFrames};
+}
+
+void SoundCard::failOpenings(int error, unsigned count) {
+    impl_->state->openError = error;
+    impl_->state->openFailures = count;
+    impl_->state->openAlwaysFails = count == 0;
+}
+
+void SoundCard::clearFailures() {
+    failOpenings(0, 0);
+    impl_->state->openAlwaysFails = false;
+}
+
+bool SoundCard::hear(const std::string& source) {
+    auto generator = makeGenerator(source);
+    if (generator == nullptr)
+        return false;
+    impl_->voice->setSource(std::move(generator));
+    return true;
+}
+
+SoundFigures SoundCard::figures(bool playback) const {
+    const StreamFigures& counted = playback ? impl_->state->played : impl_->state->recorded;
+    SoundFigures figures;
+    figures.frames = counted.frames;
+    figures.periods = counted.periods;
+    figures.starts = counted.starts;
+    figures.xruns = counted.xruns;
+    figures.missing = counted.missing;
+    const PcmStream* stream = plugged() ? impl_->current->stream(playback) : nullptr;
+    if (stream == nullptr)
+        return figures;
+    figures.open = true;
+    figures.state = stateNames[stream->state()];
+    const SoundFormat& format = stream->format();
+    if (format.rate_Hz == 0)
+        return figures;
+    figures.format = soundFormatName(format.format);
+    figures.rate_Hz = format.rate_Hz;
+    figures.channels = format.channels;
+    figures.periodFrames = format.periodFrames;
+    figures.bufferFrames = format.bufferFrames;
+    return figures;
+}
+
+unsigned SoundCard::openHandles() const {
+    unsigned count = plugged() ? impl_->current->openHandles() : 0;
+    for (const auto& card : impl_->earlier)
+        count += card->openHandles();
+    return count;
+}
+
+}  // namespace board

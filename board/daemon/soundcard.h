@@ -1,0 +1,60 @@
+// A sound card of the board: a control node and a PCM node for each direction, with the limits of a
+// scenario and a clock of its own.
+#pragma once
+
+#include "board/daemon/board.h"
+#include "board/daemon/soundlimits.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace board {
+
+// One direction of a card: what its open stream is, what all its streams counted.
+struct SoundFigures {
+    bool open = false;
+    std::string state;   // "RUNNING", ...; empty while nobody has it open
+    std::string format;  // "S16_LE"; empty while nothing is chosen
+    std::uint32_t rate_Hz = 0, channels = 0, periodFrames = 0, bufferFrames = 0;
+    std::uint64_t frames = 0, periods = 0, starts = 0, xruns = 0, missing = 0;
+};
+
+class SoundCard {
+  public:
+    // The description is copied. Nothing is in place until plug().
+    SoundCard(Board& board, const SoundDescription& description, unsigned number,
+              std::int32_t clockError_ppm);
+    ~SoundCard();
+
+    // Puts the nodes in place. The number is the card's own, or the next that no descriptor of an
+    // earlier plugging holds.
+    void plug();
+    void unplug();  // every call on an open descriptor answers ENODEV from now on
+    bool plugged() const;
+    unsigned number() const;  // of the plugged card
+    const SoundDescription& description() const;
+    void replaceDescription(const SoundDescription& description);  // at the next plug
+
+    void stall(bool stalled);  // the card's clock stands still
+    void setClockError(std::int32_t ppm);
+    void breakOff();  // running streams have an under-run or over-run now
+    void suspend();
+    void wake(bool goOn);  // goOn: suspended streams go on by themselves
+    // From the next opening on the card has this rate and this period only; 0: as described.
+    void grant(std::uint32_t rate_Hz, std::uint32_t periodFrames);
+    // The next `count` openings of a PCM node fail (0: all of them) with a positive errno.
+    void failOpenings(int error, unsigned count);
+    void clearFailures();
+    // What the microphone hears from the next start of a recording. False for an unknown name.
+    bool hear(const std::string& source);
+
+    SoundFigures figures(bool playback) const;
+    unsigned openHandles() const;  // descriptors that clients hold, unplugged ones included
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace board

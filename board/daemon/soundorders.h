@@ -1,0 +1,15 @@
+// Orders that concern the sound cards.
+#pragma once
+
+#include "board/daemon/orders.h"
+#include "board/daemon/rig.h"
+
+namespace board {
+
+// The rig must outlive `orders`.
+void addSoundOrders(Orders& orders, Rig& rig);
+
+// What a card counted.
+JsonFields soundFigures(const SoundCard& card);
+
+}  // namespace board
