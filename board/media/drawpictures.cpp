@@ -1,6 +1,6 @@
 // Draws the two pictures that a system image carries: the background of the version banners and
-// the upgrade screen. Raw files of 1920 x 1080 pixels, three bytes each, in the order blue, green,
-// red.
+// the upgrade screen. Raw files of 1920 x 1080 pixels, three bytes each: red, green, blue, which is
+// the order that has the right hues on the screen.
 #include <opencv2/imgproc.hpp>
 
 #include <cstdio>
@@ -70,7 +70,10 @@ cv::Mat drawUpgrade() {
     return picture;
 }
 
-bool save(const cv::Mat& picture, const std::string& path) {
+// `drawn` is blue, green, red, as the drawing functions have it.
+bool save(const cv::Mat& drawn, const std::string& path) {
+    cv::Mat picture;
+    cv::cvtColor(drawn, picture, cv::COLOR_BGR2RGB);
     std::ofstream file(path, std::ios::binary);
     file.write(reinterpret_cast<const char*>(picture.data),
                std::streamsize(picture.total() * picture.elemSize()));

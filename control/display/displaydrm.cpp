@@ -1,6 +1,7 @@
 #include "control/display/displaydrm.h"
 
 std::atomic<DisplayDrm*> DisplayDrm::drmdev{nullptr};
+std::mutex DisplayDrm::drmdevLock;
 
 namespace {
 
@@ -10,12 +11,16 @@ constexpr std::chrono::seconds probeInterval{1};
 }  // namespace
 
 DisplayDrm::DisplayDrm(decInfo mode) : modeInfo(mode) {
+    const std::lock_guard<std::mutex> lock(drmdevLock);
     drmdev = this;
 }
 
 DisplayDrm::~DisplayDrm() {
-    DisplayDrm* self = this;
-    drmdev.compare_exchange_strong(self, nullptr);
+    {
+        const std::lock_guard<std::mutex> lock(drmdevLock);
+        DisplayDrm* self = this;
+        drmdev.compare_exchange_strong(self, nullptr);
+    }
     close_drm_display();
 }
 

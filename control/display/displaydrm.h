@@ -13,6 +13,7 @@
 #include <iosfwd>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 // Frees what libdrm's fetch functions return.
@@ -56,6 +57,9 @@ class DisplayDrm {
     DisplayDrm& operator=(const DisplayDrm&) = delete;
 
     static DisplayDrm* getDrmDev();  // null when there is no display object
+    // The current display, if there is one, shows the upgrade screen from its next flip on, for
+    // good. Any thread; safe against the object's end.
+    static void startUpgradeScreen();
 
     // The active mode's size; 0 before init_drm_display.
     std::uint32_t getDisplayWidth() const;
@@ -74,8 +78,8 @@ class DisplayDrm {
 
     // Sets the connector's picture properties and prints all of them.
     void connector_adjust();
-    // Sets the mode, makes the buffers, queues the first flip. On failure the object stays
-    // uninitialised: isDrmConnected() is false.
+    // Sets the mode, makes the buffers, queues the first flip, takes the marker files that ask for
+    // a version banner. On failure the object stays uninitialised: isDrmConnected() is false.
     void init_drm_display();
     // False when a step failed; what was made stays for modeset_destroy_fb.
     bool modeset_create_fb(buffer_object* bo);
@@ -122,7 +126,14 @@ class DisplayDrm {
     void recoverLostFlip();
     void showNextFrame();
 
+    void takeMarkers();
+    bool showStillPicture();  // false: there is none to be shown
+    void showBanner(const std::string& text, double scale);
+    void showUpgradeScreen();
+    void convertToBlank(unsigned char* picture);
+
     static std::atomic<DisplayDrm*> drmdev;
+    static std::mutex drmdevLock;  // held while the object is changed by those who do not own it
 
     std::atomic<bool> initialized{false};
     drmEventContext evctx{};
@@ -141,6 +152,10 @@ class DisplayDrm {
     std::mutex readLock;
     std::mutex writeLock;
     double lastShownPts = 0.0;
+
+    std::atomic<bool> upgradeBanner{false};
+    std::atomic<bool> startupBanner{false};
+    std::atomic<bool> upgradeScreen{false};  // never cleared
 
     bool flipPending = false;  // a queued flip has not completed; display task only
     bool flipRefused = false;  // the last flip was refused, and the log says so

@@ -40,9 +40,6 @@ void DisplayDrm::recoverLostFlip() {
 }
 
 void DisplayDrm::updateImage() {
-    if (flipPending && std::chrono::steady_clock::now() - flipQueuedAt >= flipPatience) {
-        recoverLostFlip();
-    }
     if (!flipPending && (blankBuf.fb_id == 0 || !queueFlip(blankBuf.fb_id))) {
         std::this_thread::sleep_for(errorPause);
         return;
@@ -50,6 +47,10 @@ void DisplayDrm::updateImage() {
     pollfd events{drmFd.get(), POLLIN, 0};
     const int ready = poll(&events, 1, eventSlice_ms);
     bool failed = ready < 0 && errno != EINTR;
+    // Only where no event waits: a banner stands longer than a flip may take.
+    if (ready == 0 && std::chrono::steady_clock::now() - flipQueuedAt >= flipPatience) {
+        recoverLostFlip();
+    }
     if (ready > 0) {
         // A device that went away is readable at once and for ever.
         failed = (events.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
@@ -67,7 +68,9 @@ void modeset_page_flip_handler(int /*fd*/, unsigned int /*sequence*/, unsigned i
     DisplayDrm* display = DisplayDrm::getDrmDev();
     if (display != nullptr) {
         display->flipPending = false;
-        display->showNextFrame();
+        if (!display->showStillPicture()) {
+            display->showNextFrame();
+        }
     }
 }
 

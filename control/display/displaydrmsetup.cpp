@@ -53,6 +53,9 @@ void DisplayDrm::init_drm_display() {
         queueFlip(blankBuf.fb_id);
     }
     logOut("init drm mode MODE_FILP");
+    if (scanningOut) {
+        takeMarkers();
+    }
     lastProbe = std::chrono::steady_clock::now();
     initialized = scanningOut;
 }

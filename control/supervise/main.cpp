@@ -1,5 +1,6 @@
 // The application: no command line, no configuration, no end.
 #include "control/supervise/statuspoll.h"
+#include "control/supervise/updatecontrol.h"
 
 #include <signal.h>
 
@@ -20,6 +21,7 @@ void ignoreSignals() {
 
 int main(int /*argc*/, char** /*argv*/) {
     ignoreSignals();
+    UpdateControl bookkeeping;
     // Destroyed at once: the destructor waits for the supervisor's thread, which never ends.
     { StatusPoll supervisor; }
     return 0;

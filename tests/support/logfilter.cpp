@@ -19,6 +19,9 @@ const char* const chances[] = {
     R"(cap:\d+)",
     // Memory, every 6000 rounds.
     R"(hw memory\[\d+\])",
+    // Temperatures, every 60 seconds: a shell's words and the kernel's numbers.
+    R"(cpu[01]:)",
+    R"(\d{5})",
     // The camera went between taking a buffer and giving it back.
     R"(VIDIOC_QBUF)",
 };

@@ -17,6 +17,7 @@ struct FakeWorld {
     std::vector<std::string> pipelines;  // node of every pipeline that was built
     int living = 0;                      // pipelines that exist now
     unsigned displayProbes = 0;
+    bool bookkeepingCameFirst = false;  // before the first sleep, so before the supervisor
 };
 
 extern FakeWorld world;

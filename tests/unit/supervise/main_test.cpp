@@ -19,6 +19,7 @@ TEST(Main, IsNotEndedByPipesOrLateNotifications) {
     world = FakeWorld();
     EXPECT_EQ(applicationMain(0, nullptr), 0);
     EXPECT_EQ(world.sleeps_ms, std::vector<long>{1000});  // it made a supervisor
+    EXPECT_TRUE(world.bookkeepingCameFirst) << "the version lines are the first of the log";
     EXPECT_EQ(handlerOf(SIGPIPE), SIG_IGN);
     EXPECT_EQ(handlerOf(SIGIO), SIG_IGN);
     sigset_t blocked;
