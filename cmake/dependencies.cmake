@@ -1,6 +1,7 @@
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(DRM REQUIRED IMPORTED_TARGET libdrm)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswscale)
+pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libjpeg)
 pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
 
 # Debian's libyuv comes without a pkg-config file.
@@ -27,6 +28,3 @@ pkg_check_modules(VENDOR_RGA IMPORTED_TARGET librga)
 
 # Likewise the board's video decoder: target `rockchip_mpp`.
 pkg_check_modules(VENDOR_MPP IMPORTED_TARGET rockchip_mpp)
-if(NOT VENDOR_MPP_FOUND)
-    pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libjpeg)
-endif()

@@ -3,9 +3,12 @@
 
 #include "board/daemon/board.h"
 #include "board/daemon/scenario.h"
+#include "board/media/payloaddamage.h"
+#include "board/media/stamp.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +20,7 @@ struct CameraFigures {
     std::uint32_t fourcc = 0, width = 0, height = 0;
     Fraction interval;
     bool streaming = false;
+    bool marked = true;  // the running stream's pictures carry a mark
 };
 
 class Camera {
@@ -39,6 +43,20 @@ class Camera {
     void setRecording(const std::string& recording);
     // The next `count` frames carry this payload length instead of their own (short frames).
     void setPayload(std::uint32_t bytes, unsigned count);
+    // The next `count` frames are damaged this way. An error line when the chosen format's cannot
+    // be.
+    std::string planFault(PayloadFault fault, unsigned count, std::uint32_t seed);
+    // From now on `perMille` of a thousand frames are damaged, each in some way; 0 ends it.
+    void mixFaults(unsigned perMille, std::uint32_t seed);
+    // The pictures in the running H.264 stream get another size while the format stays. Empty, or
+    // an error line.
+    std::string changeEncodedSize(std::uint32_t width, std::uint32_t height);
+    // A copy of all payloads from now on, one behind the other. Empty, or an error line.
+    std::string startPayloads(const std::string& path);
+    std::string stopPayloads();
+    // A mark as seen on the screen with the number and time of its delivery; nothing when the
+    // camera did not deliver it.
+    std::optional<Stamp> delivered(const Stamp& stamp) const;
     CameraFigures figures() const;
     unsigned openHandles() const;  // descriptors that clients hold, unplugged ones included
 

@@ -12,6 +12,7 @@ namespace {
 constexpr std::size_t nameLength = 31, driverLength = 15;
 constexpr std::size_t mostEntries = 1024;
 constexpr std::int64_t largestSide = 16384;
+constexpr std::int64_t largestImage = 1 << 28;
 constexpr std::int64_t int32Lowest = INT32_MIN, int32Highest = INT32_MAX;
 
 std::uint32_t readVersion(const JsonPlace& place) {
@@ -56,12 +57,42 @@ CameraSize readSize(const JsonPlace& place) {
     return size;
 }
 
+Encoding readEncoding(const JsonPlace& place) {
+    JsonObject object(place);
+    Encoding encoding;
+    object.with("subsampling", [&](const JsonPlace& p) {
+        const std::string text = p.text(8);
+        if (text != "4:2:0" && text != "4:2:2")
+            p.fail("must be 4:2:0 or 4:2:2");
+        encoding.fullChromaHeight = text == "4:2:2";
+    });
+    object.with("quality",
+                [&](const JsonPlace& p) { encoding.quality = unsigned(p.integer(1, 100)); });
+    object.with("bitRate", [&](const JsonPlace& p) {
+        encoding.bitRate = std::uint32_t(p.integer(10000, 200000000));
+    });
+    object.with("keyFrameDistance", [&](const JsonPlace& p) {
+        encoding.keyFrameDistance = unsigned(p.integer(1, 600));
+    });
+    object.with("bFrames",
+                [&](const JsonPlace& p) { encoding.bFrames = unsigned(p.integer(0, 4)); });
+    object.with("parameterSetsEvery", [&](const JsonPlace& p) {
+        encoding.parameterSetsEvery = unsigned(p.integer(0, 1000000));
+    });
+    object.finish();
+    return encoding;
+}
+
 CameraFormat readFormat(const JsonPlace& place) {
     JsonObject object(place);
     CameraFormat format;
     format.fourcc = readFourcc(object.get("fourcc"));
     format.description = object.get("description").text(nameLength);
     object.with("compressed", [&](const JsonPlace& p) { format.compressed = p.boolean(); });
+    object.with("encoding", [&](const JsonPlace& p) { format.encoding = readEncoding(p); });
+    object.with("imageBytes", [&](const JsonPlace& p) {
+        format.imageBytes = std::uint32_t(p.integer(1, largestImage));
+    });
     for (const JsonPlace& size : object.get("sizes").items(mostEntries))
         format.sizes.push_back(readSize(size));
     object.finish();

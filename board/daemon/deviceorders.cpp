@@ -96,6 +96,55 @@ JsonFields payload(JsonObject& order, Rig& rig) {
     return {};
 }
 
+Camera& anyCamera(Rig& rig) {
+    if (rig.camera() == nullptr)
+        throw std::runtime_error("there is no camera");
+    return *rig.camera();
+}
+
+void expectNone(const std::string& error) {
+    if (!error.empty())
+        throw std::runtime_error(error);
+}
+
+std::uint32_t optionalSeed(JsonObject& order) {
+    std::uint32_t seed = 1;
+    order.with("seed", [&](const JsonPlace& p) { seed = std::uint32_t(p.integer(0, UINT32_MAX)); });
+    return seed;
+}
+
+JsonFields payloadFault(JsonObject& order, Rig& rig) {
+    const JsonPlace kind = order.get("kind");
+    const std::optional<PayloadFault> fault = payloadFaultNamed(kind.text(32));
+    if (!fault)
+        kind.fail("must be one of " + payloadFaultNames());
+    const auto count = unsigned(order.get("count").integer(0, INT32_MAX));
+    expectNone(anyCamera(rig).planFault(*fault, count, optionalSeed(order)));
+    return {};
+}
+
+JsonFields payloadMix(JsonObject& order, Rig& rig) {
+    const auto perMille = unsigned(order.get("permille").integer(0, 1000));
+    anyCamera(rig).mixFaults(perMille, optionalSeed(order));
+    return {};
+}
+
+JsonFields payloads(JsonObject& order, Rig& rig) {
+    Camera& camera = anyCamera(rig);
+    if (readChoice(order.get("action"), "start", "stop"))
+        expectNone(camera.startPayloads(absolutePath(order.get("path"))));
+    else
+        expectNone(camera.stopPayloads());
+    return {};
+}
+
+JsonFields encodedSize(JsonObject& order, Rig& rig) {
+    const auto width = std::uint32_t(order.get("width").integer(16, 4096));
+    const auto height = std::uint32_t(order.get("height").integer(16, 4096));
+    expectNone(anyCamera(rig).changeEncodedSize(width, height));
+    return {};
+}
+
 void record(JsonObject& order, Display& display, const OrderDone& done) {
     if (!readChoice(order.get("action"), "start", "stop")) {
         display.stopRecording(finishing(done));
@@ -142,6 +191,10 @@ void addCameraOrders(Orders& orders, Rig& rig) {
     });
     orders.addImmediate("recording", [&rig](JsonObject& o) { return recording(o, rig); });
     orders.addImmediate("payload", [&rig](JsonObject& o) { return payload(o, rig); });
+    orders.addImmediate("payload-fault", [&rig](JsonObject& o) { return payloadFault(o, rig); });
+    orders.addImmediate("payload-mix", [&rig](JsonObject& o) { return payloadMix(o, rig); });
+    orders.addImmediate("payloads", [&rig](JsonObject& o) { return payloads(o, rig); });
+    orders.addImmediate("encoded-size", [&rig](JsonObject& o) { return encodedSize(o, rig); });
 }
 
 void addDisplayOrders(Orders& orders, Rig& rig) {
@@ -188,6 +241,7 @@ JsonFields cameraFigures(Camera& camera) {
     fields.add("width", figures.width).add("height", figures.height);
     fields.add("interval", std::to_string(figures.interval.numerator) + "/" +
                                std::to_string(figures.interval.denominator));
+    fields.add("marked", figures.marked);
     fields.add("openHandles", camera.openHandles());
     return fields;
 }

@@ -3,10 +3,12 @@
 
 #include "board/daemon/board.h"
 #include "board/daemon/scenario.h"
+#include "board/media/stamp.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +35,10 @@ class Display {
     void unplug();   // connector disconnected; flips go on completing
     bool plugged() const;
     void replaceDescription(const DisplayDescription& description);  // at once, as after a hot-plug
+
+    // How a mark that only says its place in a loop gets its number and time; nothing: not counted.
+    using StampLookup = std::function<std::optional<Stamp>(const Stamp& stamp)>;
+    void setStampLookup(StampLookup lookup);
 
     void holdFlips(bool held);  // flips are accepted and complete only when released
     void loseFlipEvent();       // the next flip completes, but nobody is told

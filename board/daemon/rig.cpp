@@ -20,6 +20,9 @@ const char* nameOf(bool microphone) {
 Rig::Rig(CoreBoard& board, const Scenario& scenario) : board_(board), scenario_(scenario) {
     display_ = std::make_unique<Display>(board, scenario.display);
     display_->addCard();
+    display_->setStampLookup([this](const Stamp& stamp) {
+        return camera_ ? camera_->delivered(stamp) : std::optional<Stamp>(stamp);
+    });
     if (scenario.hasDisplay && scenario.displayPlugged)
         plugDisplay("");
     if (scenario.hasOutput)

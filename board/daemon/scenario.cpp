@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::int64_t mostClockError = 100000;  // ppm
+constexpr char plainDisplay[] = "synthetic-1080p60";
 
 std::string& scenarioFolder() {
     static std::string folder = BOARD_SCENARIO_FOLDER;
@@ -117,8 +118,19 @@ void readSoundCards(JsonObject& object, Scenario& scenario) {
     object.with("hears", [&](const JsonPlace& p) { scenario.hears = p.text(4095); });
 }
 
+// A camera's description in the place of a scenario.
+Scenario aroundCamera(const JsonPlace& place) {
+    Scenario scenario;
+    scenario.camera = readCamera(place);
+    scenario.name = scenario.camera.name;
+    scenario.display = loadDisplay(findDisplay(plainDisplay));
+    return scenario;
+}
+
 Scenario readScenario(const JsonPlace& place) {
     JsonObject object(place);
+    if (object.has("formats") && !object.has("camera"))
+        return aroundCamera(place);
     Scenario scenario;
     scenario.name = object.get("name").text(200);
     const JsonPlace camera = object.get("camera");
@@ -162,7 +174,20 @@ SoundDescription loadSound(const std::string& path) {
 }
 
 std::string findScenario(const std::string& nameOrPath) {
-    return find("scenario", nameOrPath, "", "");
+    std::error_code error;
+    const std::string camera = scenarioFolder() + "/cameras/" + nameOrPath + ".json";
+    const bool isName = nameOrPath.find('/') == std::string::npos;
+    if (isName && !fs::exists(scenarioFolder() + "/" + nameOrPath + ".json", error) &&
+        fs::is_regular_file(camera, error))
+        return camera;
+    try {
+        return find("scenario", nameOrPath, "", "");
+    } catch (const std::runtime_error& failure) {
+        if (!isName)
+            throw;
+        throw std::runtime_error(std::string(failure.what()) + "; and every camera's name: " +
+                                 knownNames(scenarioFolder() + "/cameras"));
+    }
 }
 
 std::string findCamera(const std::string& nameOrPath) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "board/daemon/soundlimits.h"
+#include "board/media/encoding.h"
 
 #include <cstdint>
 #include <map>
@@ -27,6 +28,8 @@ struct CameraFormat {
     std::string description;
     bool compressed = false;
     std::vector<CameraSize> sizes;  // in the camera's order, repetitions kept
+    Encoding encoding = {};         // of a compressed format
+    std::uint32_t imageBytes = 0;   // the longest payload it announces; 0: what webcams announce
 };
 
 enum class ControlType { integer, boolean, menu, integerMenu, button, bitmask, controlClass };
@@ -87,14 +90,16 @@ struct Scenario {
     std::map<std::string, std::string> files;
 };
 
-// Read from JSON; camera and display may be named ("logitech-c920-h264") or written in place.
+// Read from JSON; camera and display may be named ("logitech-c920-h264") or written in place. A
+// camera's file is a scenario too: that camera on the default scenario's display.
 // On failure throws std::runtime_error with one line: file, place, what is wrong.
 Scenario loadScenario(const std::string& path);
 CameraDescription loadCamera(const std::string& path);
 DisplayDescription loadDisplay(const std::string& path);
 SoundDescription loadSound(const std::string& path);
 // The file for a scenario, camera or display given by name or path ("default" -> .../default.json).
-// Throws std::runtime_error with one line that lists the known names when there is no such file.
+// A scenario may have a camera's name. Throws std::runtime_error with one line that lists the known
+// names when there is no such file.
 std::string findScenario(const std::string& nameOrPath);
 std::string findCamera(const std::string& nameOrPath);
 std::string findDisplay(const std::string& nameOrPath);

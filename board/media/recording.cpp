@@ -1,7 +1,6 @@
 #include "board/media/recording.h"
 
 #include "board/media/decodedfile.h"
-#include "board/media/stamp.h"
 
 #include <linux/videodev2.h>
 #include <unistd.h>
@@ -182,11 +181,15 @@ unsigned loopLength(std::uint32_t width, std::uint32_t height) {
 
 void composeFrame(const PictureLoop& loop, std::uint32_t number, std::uint32_t time_100us,
                   std::uint8_t* destination) {
-    const auto& picture = loop.pictures[number % loop.pictures.size()];
+    composeStamped(loop, number % loop.pictures.size(), {number, time_100us}, destination);
+}
+
+void composeStamped(const PictureLoop& loop, std::size_t place, const Stamp& stamp,
+                    std::uint8_t* destination) {
+    const auto& picture = loop.pictures[place];
     std::memcpy(destination, picture.data(), picture.size());
     if (stampRows * stampCell(loop.width) > loop.height)
         return;
-    const Stamp stamp{number, time_100us};
     if (loop.fourcc == V4L2_PIX_FMT_YUYV) {
         drawStampYuyv(destination, loop.stride, loop.width, stamp);
         return;

@@ -1,6 +1,8 @@
 // A real recording as a loop of camera pictures of one size and format, decoded and scaled once.
 #pragma once
 
+#include "board/media/stamp.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -36,6 +38,10 @@ std::string defaultRecording();
 
 // How many pictures a loop of this size holds, so that a loop stays below 200 MB (at most 48).
 unsigned loopLength(std::uint32_t width, std::uint32_t height);
+
+// The loop's picture `place` with this stamp.
+void composeStamped(const PictureLoop& loop, std::size_t place, const Stamp& stamp,
+                    std::uint8_t* destination);
 
 // Frame `number` as the camera delivers it: the loop's picture with the stamp drawn in.
 void composeFrame(const PictureLoop& loop, std::uint32_t number, std::uint32_t time_100us,

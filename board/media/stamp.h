@@ -19,6 +19,10 @@ struct Stamp {
 constexpr unsigned stampColumns = 16;
 constexpr unsigned stampRows = 4;
 
+// The time of a mark that was drawn before its stream began; its number is then the picture's place
+// in a loop, and whoever sends the loop knows when that was.
+constexpr std::uint32_t stampInLoop = UINT32_MAX;
+
 // Side of a cell in a picture of this width; the mark is 16 by 4 cells from the upper left corner.
 constexpr std::uint32_t stampCell(std::uint32_t width) {
     return width / 64;

@@ -60,6 +60,8 @@ void CameraBuffer::describe(v4l2_buffer& buffer) const {
         buffer.flags |= V4L2_BUF_FLAG_QUEUED;
     if (state == State::done)
         buffer.flags |= V4L2_BUF_FLAG_DONE;
+    if (damaged && state != State::queued)
+        buffer.flags |= V4L2_BUF_FLAG_ERROR;
     if (mappings > 0)
         buffer.flags |= V4L2_BUF_FLAG_MAPPED;
     buffer.field = V4L2_FIELD_NONE;
@@ -121,6 +123,7 @@ int BufferQueue::queue(v4l2_buffer& buffer) {
     found->state = CameraBuffer::State::queued;
     found->bytesUsed = 0;
     found->sequence = 0;
+    found->damaged = false;
     found->time_ns = 0;
     queued_.push_back(found);
     found->describe(buffer);

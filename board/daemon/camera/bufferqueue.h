@@ -34,6 +34,7 @@ class CameraBuffer {
     unsigned mappings = 0;  // of clients
     std::uint32_t bytesUsed = 0;
     std::uint32_t sequence = 0;
+    bool damaged = false;  // delivered with the error flag
     std::int64_t time_ns = 0;
 
   private:

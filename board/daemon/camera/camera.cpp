@@ -2,6 +2,8 @@
 
 #include "board/daemon/camera/pluggedcamera.h"
 
+#include <linux/videodev2.h>
+
 #include <algorithm>
 
 namespace board {
@@ -12,10 +14,10 @@ class Camera::Impl {
         : state(std::make_shared<CameraState>(board)), description(given) {
         state->worker = std::make_unique<PictureWorker>(
             board.loop(),
-            [this](const PictureSource& source, const std::shared_ptr<const PictureLoop>& pictures,
+            [this](const FrameLoopWish& wish, const std::shared_ptr<const FrameLoop>& frames,
                    const std::string& error) {
                 if (current != nullptr)
-                    current->pump().picturesReady(source, pictures, error);
+                    current->pump().framesReady(wish, frames, error);
             });
     }
 
@@ -97,6 +99,38 @@ void Camera::setPayload(std::uint32_t bytes, unsigned count) {
     impl_->state->payloadFrames = count;
 }
 
+std::string Camera::planFault(PayloadFault fault, unsigned count, std::uint32_t seed) {
+    if (plugged() && !canHave(impl_->current->formats().fourcc(), fault))
+        return "the camera's format cannot have this fault";
+    impl_->state->faults.plan(fault, count, seed);
+    return {};
+}
+
+void Camera::mixFaults(unsigned perMille, std::uint32_t seed) {
+    impl_->state->faults.mix(perMille, seed);
+}
+
+std::string Camera::changeEncodedSize(std::uint32_t width, std::uint32_t height) {
+    if (width % 2 != 0 || height % 2 != 0)
+        return "width and height must be even";
+    if (!plugged() || impl_->current->formats().fourcc() != V4L2_PIX_FMT_H264 ||
+        !impl_->current->pump().changeSize(width, height))
+        return "the camera does not stream H264";
+    return {};
+}
+
+std::string Camera::startPayloads(const std::string& path) {
+    return impl_->state->payloads.start(path);
+}
+
+std::string Camera::stopPayloads() {
+    return impl_->state->payloads.stop();
+}
+
+std::optional<Stamp> Camera::delivered(const Stamp& stamp) const {
+    return impl_->state->numbers.resolve(stamp);
+}
+
 CameraFigures Camera::figures() const {
     CameraFigures figures;
     figures.delivered = impl_->state->delivered;
@@ -108,6 +142,7 @@ CameraFigures Camera::figures() const {
     figures.width = formats.width();
     figures.height = formats.height();
     figures.interval = formats.interval();
+    figures.marked = impl_->current->pump().marked();
     figures.streaming = impl_->current->queue().streaming();
     return figures;
 }

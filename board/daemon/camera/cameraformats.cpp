@@ -25,6 +25,8 @@ std::uint32_t lineBytes(std::uint32_t fourcc, std::uint32_t width) {
 
 std::uint32_t imageBytes(const CameraFormat& format, const CameraSize& size) {
     // A compressed frame may take as much as an uncompressed one: what webcams announce.
+    if (format.imageBytes != 0)
+        return format.imageBytes;
     if (format.compressed)
         return size.width * size.height * 2;
     const std::uint32_t luma = lineBytes(format.fourcc, size.width) * size.height;
@@ -89,6 +91,11 @@ const CameraSize* CameraFormats::findSize(std::uint32_t fourcc, std::uint32_t wi
             return &size;
     }
     return nullptr;
+}
+
+Encoding CameraFormats::encoding() const {
+    const CameraFormat* format = findFormat(pix_.pixelformat);
+    return format != nullptr ? format->encoding : Encoding();
 }
 
 int CameraFormats::enumerate(v4l2_fmtdesc& entry) const {

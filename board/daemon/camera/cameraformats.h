@@ -30,6 +30,7 @@ class CameraFormats {
     std::uint32_t height() const { return pix_.height; }
     std::uint32_t imageBytes() const { return pix_.sizeimage; }
     Fraction interval() const { return interval_; }
+    Encoding encoding() const;  // of the chosen format
 
   private:
     const CameraFormat* findFormat(std::uint32_t fourcc) const;

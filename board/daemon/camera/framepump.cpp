@@ -7,6 +7,9 @@ namespace board {
 
 namespace {
 
+// Pictures between camera and screen at the most, where nothing is stuck.
+constexpr std::uint32_t mostUnderWay = 64;
+
 // count * interval without rounding errors that add up. count stays below 2^32 for years.
 std::int64_t duration_ns(std::uint64_t count, Fraction interval) {
     const std::uint64_t parts = count * interval.numerator;
@@ -24,19 +27,21 @@ FramePump::~FramePump() {
     stop();
 }
 
-void FramePump::prepare(const PictureSource& source) {
-    if (canLoadPictures(source.fourcc))
-        state_->worker->find(source);
+void FramePump::prepare(const FrameLoopWish& wish) {
+    if (canMakeFrames(wish.fourcc))
+        state_->worker->find(wish);
 }
 
-void FramePump::start(const PictureSource& source, Fraction interval) {
+void FramePump::start(const FrameLoopWish& wish, Fraction interval) {
     stop();
     running_ = true;
-    source_ = source;
+    wish_ = wish;
     interval_ = interval;
     sequence_ = 0;
-    pictures_ = state_->worker->find(source);
-    if (pictures_ != nullptr)
+    first_ = state_->frameNumber;
+    state_->numbers.clear();
+    frames_ = state_->worker->find(wish);
+    if (frames_ != nullptr)
         begin();
 }
 
@@ -45,11 +50,23 @@ void FramePump::stop() {
         state_->board.loop().cancel(timer_);
     timer_ = 0;
     running_ = false;
-    pictures_.reset();
+    frames_.reset();
+    nextFrames_.reset();
+    changeWish_ = {};
+}
+
+bool FramePump::changeSize(std::uint32_t width, std::uint32_t height) {
+    if (!running_)
+        return false;
+    changeWish_ = wish_;
+    changeWish_.width = width;
+    changeWish_.height = height;
+    nextFrames_ = state_->worker->find(changeWish_);
+    return true;
 }
 
 void FramePump::setStalled(bool stalled) {
-    if (!running_ || pictures_ == nullptr)
+    if (!running_ || frames_ == nullptr)
         return;
     if (timer_ != 0)
         state_->board.loop().cancel(timer_);
@@ -58,18 +75,23 @@ void FramePump::setStalled(bool stalled) {
         begin();
 }
 
-void FramePump::picturesReady(const PictureSource& source,
-                              const std::shared_ptr<const PictureLoop>& pictures,
-                              const std::string& error) {
-    if (!running_ || pictures_ != nullptr || source != source_)
-        return;
-    if (pictures == nullptr) {
+void FramePump::framesReady(const FrameLoopWish& wish,
+                            const std::shared_ptr<const FrameLoop>& frames,
+                            const std::string& error) {
+    const bool asked = running_ && frames_ == nullptr && wish == wish_;
+    const bool change = running_ && frames_ != nullptr && wish == changeWish_;
+    if ((asked || change) && frames == nullptr)
         state_->board.log("camera: no pictures: " + error);
+    if (change)
+        nextFrames_ = frames;
+    if (!asked)
+        return;
+    if (frames == nullptr) {
         queue_.fail();
         changed_();
         return;
     }
-    pictures_ = pictures;
+    frames_ = frames;
     begin();
 }
 
@@ -86,9 +108,25 @@ void FramePump::arm() {
     timer_ = state_->board.loop().at(state_->board.clock().toMachine(due), [this] { frameDue(); });
 }
 
+// Another loop's marks begin at 0 again. Those of this one must be far from it, so that pictures
+// that are still under way are not taken for the new ones.
+void FramePump::changeLoop() {
+    const std::optional<LoopPlace> place = frames_->place(state_->frameNumber - first_);
+    if (nextFrames_ == nullptr || (place && place->mark < mostUnderWay))
+        return;
+    frames_ = std::move(nextFrames_);
+    wish_ = changeWish_;
+    changeWish_ = {};
+    first_ = state_->frameNumber;
+}
+
 void FramePump::frameDue() {
     ++next_;
     arm();
+    changeLoop();
+    // An encoder that is late leaves out an interval, not a picture.
+    if (!frames_->has(state_->frameNumber - first_))
+        return;
     // A frame without a buffer is gone, as on the bus: its numbers are not used again.
     const std::uint32_t frame = state_->frameNumber++;
     const std::uint32_t sequence = sequence_++;
@@ -106,12 +144,28 @@ void FramePump::frameDue() {
 
 void FramePump::fill(CameraBuffer& buffer, std::uint32_t frame) {
     buffer.time_ns = state_->board.clock().now_ns();
-    composeFrame(*pictures_, frame, std::uint32_t(buffer.time_ns / 100000), buffer.data());
-    buffer.bytesUsed = std::uint32_t(pictures_->pictureBytes);
-    if (state_->payloadFrames == 0)
-        return;
-    --state_->payloadFrames;
-    buffer.bytesUsed = std::min(state_->payloadBytes, buffer.length());
+    const auto time_100us = std::uint32_t(buffer.time_ns / 100000);
+    const std::uint32_t index = frame - first_;
+    const std::size_t length =
+        frames_->compose(index, {frame, time_100us}, buffer.data(), buffer.length());
+    if (const std::optional<LoopPlace> place = frames_->place(index))
+        state_->numbers.note(place->mark, {frame + std::uint32_t(place->ahead), time_100us});
+    buffer.bytesUsed = std::uint32_t(std::min<std::size_t>(length, buffer.length()));
+    if (const std::optional<PayloadFault> fault = state_->faults.next(wish_.fourcc))
+        spoil(buffer, *fault);
+    if (state_->payloadFrames != 0) {
+        --state_->payloadFrames;
+        buffer.bytesUsed = std::min(state_->payloadBytes, buffer.length());
+    }
+    state_->payloads.add(wish_.fourcc, buffer.data(), buffer.bytesUsed);
+}
+
+void FramePump::spoil(CameraBuffer& buffer, PayloadFault fault) {
+    std::vector<std::uint8_t> payload(buffer.data(), buffer.data() + buffer.bytesUsed);
+    damage(fault, wish_.fourcc, buffer.length(), state_->faults.random(), payload);
+    buffer.bytesUsed = std::uint32_t(std::min<std::size_t>(payload.size(), buffer.length()));
+    std::copy_n(payload.begin(), buffer.bytesUsed, buffer.data());
+    buffer.damaged = fault == PayloadFault::errorFlag;
 }
 
 }  // namespace board

@@ -3,6 +3,9 @@
 
 #include "board/daemon/board.h"
 #include "board/daemon/camera/bufferqueue.h"
+#include "board/daemon/camera/loopnumbers.h"
+#include "board/daemon/camera/payloadfaults.h"
+#include "board/daemon/camera/payloadfile.h"
 #include "board/daemon/camera/pictureworker.h"
 #include "board/daemon/scenario.h"
 
@@ -23,6 +26,9 @@ struct CameraState {
     std::uint64_t delivered = 0, lost = 0;
     std::uint32_t payloadBytes = 0;
     unsigned payloadFrames = 0;  // frames that still get payloadBytes
+    PayloadFaults faults;
+    PayloadFile payloads;
+    LoopNumbers numbers;
     bool stalled = false;
     std::string recording;  // set by order; empty: the description's, else the default
 };
@@ -36,28 +42,36 @@ class FramePump {
     FramePump(const FramePump&) = delete;
     FramePump& operator=(const FramePump&) = delete;
 
-    // Has the pictures made ahead of start().
-    void prepare(const PictureSource& source);
-    // Frames come one interval after the pictures are ready, and at every interval from then on.
-    void start(const PictureSource& source, Fraction interval);
+    // Has the frames made ahead of start().
+    void prepare(const FrameLoopWish& wish);
+    // Frames come one interval after they are made, and at every interval from then on.
+    void start(const FrameLoopWish& wish, Fraction interval);
     void stop();
     void setStalled(bool stalled);
-    void picturesReady(const PictureSource& source,
-                       const std::shared_ptr<const PictureLoop>& pictures,
-                       const std::string& error);
+    // The encoder of the running stream changes its pictures' size, whatever the format says. False
+    // when nothing streams.
+    bool changeSize(std::uint32_t width, std::uint32_t height);
+    void framesReady(const FrameLoopWish& wish, const std::shared_ptr<const FrameLoop>& frames,
+                     const std::string& error);
+    bool marked() const { return frames_ == nullptr || frames_->marked(); }
 
   private:
     void begin();
     void arm();
     void frameDue();
+    void changeLoop();
     void fill(CameraBuffer& buffer, std::uint32_t frame);
+    void spoil(CameraBuffer& buffer, PayloadFault fault);
 
     std::shared_ptr<CameraState> state_;
     BufferQueue& queue_;
     std::function<void()> changed_;
-    PictureSource source_;
+    FrameLoopWish wish_;
     Fraction interval_;
-    std::shared_ptr<const PictureLoop> pictures_;
+    std::shared_ptr<const FrameLoop> frames_;
+    std::shared_ptr<const FrameLoop> nextFrames_;  // of another size, to go on with
+    FrameLoopWish changeWish_;
+    std::uint32_t first_ = 0;  // number of the loop's first frame
     bool running_ = false;
     std::int64_t start_ns_ = 0;  // board time; frame n is due n intervals later
     std::uint64_t next_ = 0;

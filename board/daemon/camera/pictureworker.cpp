@@ -24,19 +24,19 @@ PictureWorker::~PictureWorker() {
         thread_.join();
 }
 
-std::shared_ptr<const PictureLoop> PictureWorker::find(const PictureSource& source) {
+std::shared_ptr<const FrameLoop> PictureWorker::find(const FrameLoopWish& wish) {
     for (auto entry = recent_.begin(); entry != recent_.end(); ++entry) {
-        if (entry->source != source)
+        if (entry->wish != wish)
             continue;
         recent_.splice(recent_.begin(), recent_, entry);
-        return entry->pictures;
+        return entry->frames;
     }
     {
         const std::lock_guard<std::mutex> guard(lock_);
-        if (underWay_ == source)
+        if (underWay_ == wish)
             waiting_.reset();
         else
-            waiting_ = source;
+            waiting_ = wish;
     }
     if (!thread_.joinable())
         thread_ = std::thread([this] { run(); });
@@ -51,36 +51,51 @@ void PictureWorker::run() {
         changed_.wait(guard, [this] { return stopping_ || waiting_.has_value(); });
         if (stopping_)
             return;
-        const PictureSource source = *waiting_;
+        const FrameLoopWish wish = *waiting_;
         underWay_ = std::exchange(waiting_, std::nullopt);
         guard.unlock();
-        std::shared_ptr<const PictureLoop> pictures;
-        std::string error;
-        try {
-            pictures = std::make_shared<PictureLoop>(
-                loadPictures(source.recording, source.fourcc, source.width, source.height,
-                             loopLength(source.width, source.height)));
-        } catch (const std::exception& failure) {
-            error = failure.what();
-        }
+        make(wish);
         guard.lock();
-        loop_.post([this, living = std::weak_ptr<bool>(living_), source, pictures, error] {
-            if (living.lock())
-                finish(source, pictures, error);
-        });
     }
 }
 
-void PictureWorker::finish(const PictureSource& source,
-                           const std::shared_ptr<const PictureLoop>& pictures,
+void PictureWorker::make(const FrameLoopWish& wish) {
+    const auto goOn = [this] {
+        const std::lock_guard<std::mutex> guard(lock_);
+        return !stopping_;
+    };
+    bool ready = false;
+    try {
+        makeFrameLoop(wish, goOn, [&](const std::shared_ptr<const FrameLoop>& frames) {
+            ready = true;
+            report(wish, frames, "");
+        });
+    } catch (const std::exception& failure) {
+        // Frames that are there already go on being sent; those that are missing never come.
+        if (!ready)
+            report(wish, nullptr, failure.what());
+    }
+}
+
+void PictureWorker::report(const FrameLoopWish& wish,
+                           const std::shared_ptr<const FrameLoop>& frames,
                            const std::string& error) {
-    if (pictures != nullptr) {
-        recent_.remove_if([&](const Entry& entry) { return entry.source == source; });
-        recent_.push_front({source, pictures});
+    loop_.post([this, living = std::weak_ptr<bool>(living_), wish, frames, error] {
+        if (living.lock())
+            finish(wish, frames, error);
+    });
+}
+
+void PictureWorker::finish(const FrameLoopWish& wish,
+                           const std::shared_ptr<const FrameLoop>& frames,
+                           const std::string& error) {
+    if (frames != nullptr) {
+        recent_.remove_if([&](const Entry& entry) { return entry.wish == wish; });
+        recent_.push_front({wish, frames});
         if (recent_.size() > mostLoops)
             recent_.pop_back();
     }
-    ready_(source, pictures, error);
+    ready_(wish, frames, error);
 }
 
 }  // namespace board

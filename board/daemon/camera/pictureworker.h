@@ -1,8 +1,9 @@
-// Prepares picture loops on a thread of its own, because decoding and scaling take up to seconds.
+// Makes frame loops on a thread of its own, because decoding, scaling and encoding take up to
+// seconds.
 #pragma once
 
 #include "board/daemon/eventloop.h"
-#include "board/media/recording.h"
+#include "board/media/frameloop.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -16,23 +17,12 @@
 
 namespace board {
 
-struct PictureSource {
-    std::string recording;
-    std::uint32_t fourcc = 0, width = 0, height = 0;
-
-    bool operator==(const PictureSource& other) const {
-        return recording == other.recording && fourcc == other.fourcc && width == other.width &&
-               height == other.height;
-    }
-    bool operator!=(const PictureSource& other) const { return !(*this == other); }
-};
-
 // Used from the loop's thread; destroyed there too, waiting for a load that is under way.
 class PictureWorker {
   public:
-    // `error` is empty when `pictures` are there, one line otherwise.
-    using Ready = std::function<void(const PictureSource& source,
-                                     const std::shared_ptr<const PictureLoop>& pictures,
+    // `error` is empty when `frames` are there (perhaps not all of them yet), one line otherwise.
+    using Ready = std::function<void(const FrameLoopWish& wish,
+                                     const std::shared_ptr<const FrameLoop>& frames,
                                      const std::string& error)>;
     // `ready` runs on the loop's thread.
     PictureWorker(EventLoop& loop, Ready ready);
@@ -40,17 +30,20 @@ class PictureWorker {
     PictureWorker(const PictureWorker&) = delete;
     PictureWorker& operator=(const PictureWorker&) = delete;
 
-    // The pictures if they are at hand; otherwise they are made and `ready` is called. Only the
+    // The frames if they are at hand; otherwise they are made and `ready` is called. Only the
     // latest wish counts: one that still waits is forgotten.
-    std::shared_ptr<const PictureLoop> find(const PictureSource& source);
+    std::shared_ptr<const FrameLoop> find(const FrameLoopWish& wish);
 
   private:
     struct Entry {
-        PictureSource source;
-        std::shared_ptr<const PictureLoop> pictures;
+        FrameLoopWish wish;
+        std::shared_ptr<const FrameLoop> frames;
     };
     void run();
-    void finish(const PictureSource& source, const std::shared_ptr<const PictureLoop>& pictures,
+    void make(const FrameLoopWish& wish);
+    void report(const FrameLoopWish& wish, const std::shared_ptr<const FrameLoop>& frames,
+                const std::string& error);
+    void finish(const FrameLoopWish& wish, const std::shared_ptr<const FrameLoop>& frames,
                 const std::string& error);
 
     EventLoop& loop_;
@@ -60,8 +53,8 @@ class PictureWorker {
 
     std::mutex lock_;
     std::condition_variable changed_;
-    std::optional<PictureSource> waiting_;   // under lock_
-    std::optional<PictureSource> underWay_;  // under lock_
+    std::optional<FrameLoopWish> waiting_;   // under lock_
+    std::optional<FrameLoopWish> underWay_;  // under lock_
     bool stopping_ = false;                  // under lock_
     std::thread thread_;                     // started at the first wish
 };

@@ -3,6 +3,8 @@
 #include "board/daemon/camera/camerahandle.h"
 #include "board/media/recording.h"
 
+#include <linux/videodev2.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
@@ -82,32 +84,39 @@ int PluggedCamera::requestBuffers(CameraHandle& handle, v4l2_requestbuffers& req
     return result;
 }
 
-PictureSource PluggedCamera::source() const {
-    PictureSource source;
-    source.recording = !state_->recording.empty() ? state_->recording : description_.recording;
-    if (source.recording.empty())
-        source.recording = defaultRecording();
-    source.fourcc = formats_.fourcc();
-    source.width = formats_.width();
-    source.height = formats_.height();
-    return source;
+FrameLoopWish PluggedCamera::wish() const {
+    FrameLoopWish wish;
+    wish.recording = !state_->recording.empty() ? state_->recording : description_.recording;
+    if (wish.recording.empty())
+        wish.recording = defaultRecording();
+    wish.fourcc = formats_.fourcc();
+    wish.width = formats_.width();
+    wish.height = formats_.height();
+    if (canLoadPictures(wish.fourcc))
+        return wish;
+    wish.encoding = formats_.encoding();
+    const Fraction interval = formats_.interval();
+    // One loop serves Motion JPEG at every rate.
+    if (wish.fourcc == V4L2_PIX_FMT_H264)
+        wish.encoding.framesPerSecond = std::max(1u, interval.denominator / interval.numerator);
+    return wish;
 }
 
 void PluggedCamera::formatChosen() {
-    pump_.prepare(source());
+    pump_.prepare(wish());
 }
 
 int PluggedCamera::streamOn(std::uint32_t type) {
     if (type == V4L2_BUF_TYPE_VIDEO_CAPTURE && queue_.streaming())
         return 0;
-    if (!queue_.empty() && !canLoadPictures(formats_.fourcc())) {
+    if (!queue_.empty() && !canMakeFrames(formats_.fourcc())) {
         state_->board.log("camera: format " + fourccText(formats_.fourcc()) +
-                          " cannot be delivered yet: stream-on fails");
+                          " cannot be delivered: stream-on fails");
         return -EIO;
     }
     if (const int error = queue_.streamOn(type))
         return error;
-    pump_.start(source(), formats_.interval());
+    pump_.start(wish(), formats_.interval());
     refresh();
     return 0;
 }

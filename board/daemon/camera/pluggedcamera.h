@@ -54,7 +54,7 @@ class PluggedCamera : public Device, public std::enable_shared_from_this<Plugged
     void closed(CameraHandle& handle);
 
   private:
-    PictureSource source() const;
+    FrameLoopWish wish() const;
 
     std::shared_ptr<CameraState> state_;
     const CameraDescription description_;

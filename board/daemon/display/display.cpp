@@ -44,6 +44,7 @@ class Display::Impl {
     std::string startRecording(const std::string& path);
     void stopRecording(const Done& done);
     void dumpFrames(const std::string& folder, unsigned count, Done done);
+    void setStampLookup(StampLookup lookup) { lookup_ = std::move(lookup); }
 
   private:
     struct Dump {
@@ -62,6 +63,7 @@ class Display::Impl {
     Board& board_;
     Card card_;
     FlipFigures figures_;
+    StampLookup lookup_;
     std::unique_ptr<Dump> dump_;
     std::unique_ptr<Recorder> recorder_;
     // Stopped ones whose thread may still write.
@@ -74,7 +76,9 @@ class Display::Impl {
 void Display::Impl::pictureChanged(std::int64_t board_ns, bool flip) {
     const ScreenView view = card_.crtc().screen();
     if (flip) {
-        const std::optional<Stamp> stamp = readStamp(view);
+        std::optional<Stamp> stamp = readStamp(view);
+        if (stamp && lookup_)
+            stamp = lookup_(*stamp);
         const bool isNew = figures_.count(stamp, in100us(board_.clock().now_ns()));
         if (isNew && dump_ != nullptr)
             dumpOne(view, *stamp, board_ns);
@@ -197,6 +201,10 @@ bool Display::plugged() const {
 
 void Display::replaceDescription(const DisplayDescription& description) {
     impl_->card().replaceDescription(description);
+}
+
+void Display::setStampLookup(StampLookup lookup) {
+    impl_->setStampLookup(std::move(lookup));
 }
 
 void Display::holdFlips(bool held) {
