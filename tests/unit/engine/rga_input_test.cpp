@@ -97,18 +97,6 @@ TEST(RgaInput, MissingRecordsAreRefused) {
     EXPECT_EQ(errno, ENOTSUP);
 }
 
-TEST(RgaInput, RecordLayoutIsTheBoards) {
-    EXPECT_EQ(offsetof(rga_info_t, virAddr), 8U);
-    EXPECT_EQ(offsetof(rga_info_t, format), 28U);
-    EXPECT_EQ(offsetof(rga_info_t, rect), 32U);
-    EXPECT_EQ(offsetof(rga_info_t, rotation), 72U);
-    EXPECT_EQ(offsetof(rga_info_t, mmuFlag), 84U);
-    EXPECT_EQ(offsetof(rga_info_t, sync_mode), 112U);
-    EXPECT_EQ(offsetof(rga_info_t, nn), 116U);
-    EXPECT_EQ(offsetof(rga_info_t, dither), 144U);
-    EXPECT_EQ(sizeof(rga_info_t), 680U);
-}
-
 TEST(RgaInput, RectangleHelperRefusesNull) {
     EXPECT_EQ(rga_set_rect(nullptr, 0, 0, 1, 1, 1, 1, 0), -EINVAL);
     rga_rect_t rect{};
