@@ -70,7 +70,7 @@ void AccessUnits::scan(bool cutting) {
     while (scanned_ + startCode + 2 <= pending_.size()) {
         const std::uint8_t* at = pending_.data() + scanned_;
         if (at[0] != 0 || at[1] != 0 || at[2] != 1) {
-            ++scanned_;
+            scanned_ += at[2] > 1 ? startCode : 1;  // no start code has such a byte
             continue;
         }
         const Begins begins = classify(at + startCode);

@@ -21,7 +21,7 @@ class AccessUnits {
   public:
     static constexpr int trusted = 3;
     // No picture's data is larger; longer stretches without a unit's beginning are thrown away.
-    static constexpr std::size_t largestUnit = std::size_t{32} << 20;
+    static constexpr std::size_t largestUnit = std::size_t{16} << 20;
 
     // `split`: packets may be cut anywhere; otherwise each packet is one unit.
     void push(const std::uint8_t* data, std::size_t size, std::int64_t pts, bool split);

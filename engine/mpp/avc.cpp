@@ -85,7 +85,8 @@ PictureSize AvcDecoder::load(const AccessUnit& unit) {
     return fits ? told : PictureSize{};
 }
 
-bool AvcDecoder::send() {
+bool AvcDecoder::send(std::int64_t number) {
+    codec_->reordered_opaque = number;
     const int result = avcodec_send_packet(codec_.get(), packet_.get());
     av_packet_unref(packet_.get());
     return result == 0;
@@ -116,6 +117,10 @@ FrameInfo infoOf(const PictureSize& size) {
 
 PictureSize sizeOf(const AVFrame& picture) {
     return {static_cast<RK_U32>(picture.width), static_cast<RK_U32>(picture.height)};
+}
+
+std::int64_t numberOf(const AVFrame& picture) {
+    return picture.reordered_opaque;
 }
 
 bool formatOf(const AVFrame& picture, MppFrameFormat& format) {

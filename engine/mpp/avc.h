@@ -36,9 +36,9 @@ class AvcDecoder {
     // or the last one told when it has none; unknown before the first, and for sizes that no
     // decoder of the board takes.
     PictureSize load(const AccessUnit& unit);
-    // Decodes the loaded unit. The pictures it completes come from receive(). False when it could
-    // not be decoded.
-    bool send();
+    // Decodes the loaded unit; its pictures carry the number. The pictures it completes come from
+    // receive(). False when it could not be decoded.
+    bool send(std::int64_t number);
     // No more units: the pictures that are held back come from receive(). flush() afterwards.
     void drain();
     // The next picture in display order, valid until the next call; null when there is none.
@@ -62,6 +62,7 @@ class AvcDecoder {
 // Sizes, strides, format and needed buffer of pictures of that size.
 FrameInfo infoOf(const PictureSize& size);
 PictureSize sizeOf(const AVFrame& picture);
+std::int64_t numberOf(const AVFrame& picture);
 // False for pictures of other samplings than 4:0:0, 4:2:0 and 4:2:2 with 8 bits.
 bool formatOf(const AVFrame& picture, MppFrameFormat& format);
 // Into a buffer of at least info.bufSize, as `info` says.

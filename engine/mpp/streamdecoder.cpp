@@ -4,6 +4,7 @@ extern "C" {
 #include <libavutil/frame.h>
 }
 
+#include <algorithm>
 #include <utility>
 
 namespace mpp {
@@ -81,10 +82,7 @@ void StreamDecoder::work() {
         if (interrupted()) {
             const unsigned epoch = channel_.epoch;
             lock.unlock();
-            units_.clear();
-            avc_.flush();
-            keySeen_ = false;
-            damaged_ = false;
+            forget();
             lock.lock();
             handledEpoch_ = epoch;
         } else {
@@ -99,6 +97,24 @@ void StreamDecoder::work() {
         waitsFor_ = forPacket;
         doorbell->bell.notify_all();
     }
+}
+
+void StreamDecoder::forget() {
+    units_.clear();
+    avc_.flush();
+    numbers_.forget();
+    unit_ = 0;
+    key_ = -1;
+    damaged_.clear();
+}
+
+void StreamDecoder::noteDamage(std::int64_t unit) {
+    // A stream may go on for hours without a key frame, and the first ones are those that count.
+    constexpr std::size_t most = 64;
+    if (damaged_.size() == most) {
+        damaged_.pop_back();
+    }
+    damaged_.push_back(unit);
 }
 
 bool StreamDecoder::decode(const Data& data) {
@@ -135,8 +151,11 @@ bool StreamDecoder::decodeUnit(const AccessUnit& unit) {
         const Lock lock(channel_.doorbell->mutex);
         ++channel_.counts.worked;
     }
-    if (!avc_.send() && unit.hasSlice) {
-        damaged_ = true;
+    const std::int64_t number = unit_++;
+    const bool missing = numbers_.missingBefore(unit);
+    const bool sent = avc_.send(number);
+    if (missing || (!sent && unit.hasSlice)) {
+        noteDamage(number);
     }
     return giveOutPictures();
 }
@@ -154,18 +173,21 @@ bool StreamDecoder::giveOutPictures() {
 void StreamDecoder::judge(const AVFrame& picture, FrameInfo& info) {
     const bool own =
         (picture.flags & AV_FRAME_FLAG_CORRUPT) != 0 || picture.decode_error_flags != 0;
+    const std::int64_t number = numberOf(picture);
+    const auto before = [number](std::int64_t unit) { return unit <= number; };
     if (own) {
-        damaged_ = true;
+        noteDamage(number);
     } else if (picture.key_frame != 0) {
-        damaged_ = false;
-        keySeen_ = true;
+        key_ = number;
+        damaged_.erase(std::remove_if(damaged_.begin(), damaged_.end(), before), damaged_.end());
     }
-    info.discard = keySeen_ ? 0 : 1;
+    const bool inherited = std::any_of(damaged_.begin(), damaged_.end(), before);
+    info.discard = key_ < 0 ? 1 : 0;
     const Lock lock(channel_.doorbell->mutex);
     if (channel_.settings.hideErrors) {
         return;
     }
-    info.errinfo = own ? MPP_FRAME_ERR_DEC_INVALID : damaged_ ? MPP_FRAME_ERR_DEC_MISS_REF : 0;
+    info.errinfo = own ? MPP_FRAME_ERR_DEC_INVALID : inherited ? MPP_FRAME_ERR_DEC_MISS_REF : 0;
 }
 
 bool StreamDecoder::giveOut(const AVFrame& picture) {

@@ -9,6 +9,7 @@
 #include "engine/mpp/accessunits.h"
 #include "engine/mpp/avc.h"
 #include "engine/mpp/decoder.h"
+#include "engine/mpp/framenumbers.h"
 
 namespace mpp {
 
@@ -51,14 +52,19 @@ class StreamDecoder : public Decoder {
     Ref<Buffer> waitForBuffer(std::size_t size, MPP_RET& result);
     bool put(Ref<Frame> frame);
     void judge(const AVFrame& picture, FrameInfo& info);
+    void forget();
+    void noteDamage(std::int64_t unit);
     bool interrupted() const { return channel_.ending || channel_.epoch != handledEpoch_; }
 
     // Of the decoder's thread.
     AccessUnits units_;
     AvcDecoder avc_;
     PictureSize agreed_;
-    bool keySeen_ = false;  // since the beginning or a reset
-    bool damaged_ = false;  // since the last good key frame
+    FrameNumbers numbers_;
+    // Since the beginning or a reset, in the order of decoding:
+    std::int64_t unit_ = 0;              // units
+    std::int64_t key_ = -1;              // the last good key frame that came out; -1: none
+    std::vector<std::int64_t> damaged_;  // units after it with something missing or broken
 
     // The channel's lock guards all below.
     std::deque<Data> packets_;

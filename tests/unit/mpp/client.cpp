@@ -213,6 +213,14 @@ bool Avc::drain() {
     return any;
 }
 
+bool Avc::waitAndHandle() {
+    MppFrame frame = take(patience_ms);
+    if (frame != nullptr) {
+        handle(frame);
+    }
+    return frame != nullptr;
+}
+
 void Avc::feed(const coded::Bytes& packet, RK_S64 pts, bool eos) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience_ms);
     for (;;) {
@@ -231,9 +239,7 @@ void Avc::feed(const coded::Bytes& packet, RK_S64 pts, bool eos) {
 void Avc::finish() {
     feed({}, 0, true);
     while (!ended) {
-        MppFrame frame = take(patience_ms);
-        ASSERT_NE(frame, nullptr) << "the end of the stream does not come";
-        handle(frame);
+        ASSERT_TRUE(waitAndHandle()) << "the end of the stream does not come";
     }
 }
 

@@ -57,6 +57,8 @@ class Avc {
     void feed(const coded::Bytes& packet, RK_S64 pts = 0, bool eos = false);
     // Takes what is ready; true when something was.
     bool drain();
+    // Waits for one frame and takes it; false when none comes.
+    bool waitAndHandle();
     // Takes frames until the end of the stream comes out.
     void finish();
     // One put without anything else.
