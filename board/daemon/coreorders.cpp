@@ -16,18 +16,6 @@ constexpr std::int64_t tenYears_ms = 315576000000;
 constexpr std::size_t longestThread = 15;  // what the kernel keeps of a thread's name
 constexpr char ioctlPrefix[] = "ioctl:0x";
 
-int readErrno(const JsonPlace& place) {
-    if (!place.value().IsString())
-        return int(place.integer(1, highestErrno));
-    const std::string name = place.text(32);
-    for (int error = 1; error < 256; ++error) {
-        const char* known = ::strerrorname_np(error);
-        if (known != nullptr && name == known)
-            return error;
-    }
-    place.fail("\"" + name + "\" is no errno");
-}
-
 // As a park's entry names a call: libc names as they are, ioctls by number.
 std::string readCall(const JsonPlace& place) {
     std::string name = place.text(sizeof(wire::ParkEntry::call) - 1);
@@ -112,6 +100,18 @@ JsonFields clockStep(JsonObject& order, CorePage& page) {
 }
 
 }  // namespace
+
+int readErrno(const JsonPlace& place) {
+    if (!place.value().IsString())
+        return int(place.integer(1, highestErrno));
+    const std::string name = place.text(32);
+    for (int error = 1; error < 256; ++error) {
+        const char* known = ::strerrorname_np(error);
+        if (known != nullptr && name == known)
+            return error;
+    }
+    place.fail("\"" + name + "\" is no errno");
+}
 
 void addCoreOrders(Orders& orders, CoreBoard& board, Faults& faults) {
     CorePage& page = board.page();

@@ -7,6 +7,9 @@
 
 namespace board {
 
+// An errno by name or number. Throws std::runtime_error for another value.
+int readErrno(const JsonPlace& place);
+
 // The board and the faults must outlive `orders`.
 void addCoreOrders(Orders& orders, CoreBoard& board, Faults& faults);
 

@@ -1,5 +1,7 @@
 #include "board/daemon/deviceorders.h"
 
+#include "board/daemon/soundorders.h"
+
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
@@ -14,20 +16,41 @@ constexpr unsigned mostCopies = 64;
 constexpr std::size_t longestPath = 4095;
 constexpr std::int64_t framesPatience_ns = 30000000000;
 
-// True for the camera, false for the display.
-bool namesCamera(const JsonPlace& place) {
+enum class Named { camera, display, microphone, output };
+
+Named readDevice(const JsonPlace& place) {
+    constexpr const char* names[] = {"camera", "display", "microphone", "output"};
     const std::string device = place.text(32);
-    if (device != "camera" && device != "display")
-        place.fail("must be camera or display");
-    return device == "camera";
+    for (int i = 0; i < 4; ++i)
+        if (device == names[i])
+            return Named(i);
+    place.fail("must be camera, display, microphone or output");
 }
 
-Camera& cameraOf(JsonObject& order, Rig& rig) {
-    if (!namesCamera(order.get("device")))
-        order.get("device").fail("only the camera can do that");
-    if (rig.camera() == nullptr)
-        throw std::runtime_error("there is no camera");
-    return *rig.camera();
+// A device that can stand still: the camera, or a sound card (null: the camera).
+SoundCard* standsStill(const JsonPlace& place, Rig& rig) {
+    switch (readDevice(place)) {
+        case Named::display:
+            place.fail("the display cannot do that");
+        case Named::camera:
+            if (rig.camera() == nullptr)
+                throw std::runtime_error("there is no camera");
+            return nullptr;
+        default:
+            return &soundCardOf(place, rig);
+    }
+}
+
+JsonFields stall(JsonObject& order, Rig& rig, bool stalled) {
+    SoundCard* card = standsStill(order.get("device"), rig);
+    if (card == nullptr) {
+        rig.camera()->stall(stalled);
+        return {};
+    }
+    card->stall(stalled);
+    if (!stalled)
+        card->wake(true);
+    return {};
 }
 
 std::string absolutePath(const JsonPlace& place) {
@@ -62,17 +85,35 @@ std::function<void(const std::string&)> finishing(const OrderDone& done) {
 
 JsonFields plug(JsonObject& order, Rig& rig) {
     const std::string description = optionalText(order, "description");
-    if (namesCamera(order.get("device")))
-        return JsonFields().add("node", rig.plugCamera(description));
-    rig.plugDisplay(description);
+    switch (readDevice(order.get("device"))) {
+        case Named::camera:
+            return JsonFields().add("node", rig.plugCamera(description));
+        case Named::display:
+            rig.plugDisplay(description);
+            return {};
+        case Named::microphone:
+            return JsonFields().add("card", rig.plugSound(true, description));
+        case Named::output:
+            return JsonFields().add("card", rig.plugSound(false, description));
+    }
     return {};
 }
 
 JsonFields unplug(JsonObject& order, Rig& rig) {
-    if (namesCamera(order.get("device")))
-        rig.unplugCamera();
-    else
-        rig.unplugDisplay();
+    switch (readDevice(order.get("device"))) {
+        case Named::camera:
+            rig.unplugCamera();
+            break;
+        case Named::display:
+            rig.unplugDisplay();
+            break;
+        case Named::microphone:
+            rig.unplugSound(true);
+            break;
+        case Named::output:
+            rig.unplugSound(false);
+            break;
+    }
     return {};
 }
 
@@ -181,14 +222,8 @@ std::string fourccText(std::uint32_t fourcc) {
 }
 
 void addCameraOrders(Orders& orders, Rig& rig) {
-    orders.addImmediate("stall", [&rig](JsonObject& order) {
-        cameraOf(order, rig).stall(true);
-        return JsonFields();
-    });
-    orders.addImmediate("resume", [&rig](JsonObject& order) {
-        cameraOf(order, rig).stall(false);
-        return JsonFields();
-    });
+    orders.addImmediate("stall", [&rig](JsonObject& order) { return stall(order, rig, true); });
+    orders.addImmediate("resume", [&rig](JsonObject& order) { return stall(order, rig, false); });
     orders.addImmediate("recording", [&rig](JsonObject& o) { return recording(o, rig); });
     orders.addImmediate("payload", [&rig](JsonObject& o) { return payload(o, rig); });
     orders.addImmediate("payload-fault", [&rig](JsonObject& o) { return payloadFault(o, rig); });

@@ -94,8 +94,11 @@ void Rig::addSound(bool microphone, const SoundDescription& description) {
     card = std::make_unique<SoundCard>(
         board_, description, microphone ? scenario_.microphoneCard : 0,
         microphone ? scenario_.microphoneClock_ppm : scenario_.outputClock_ppm);
-    if (microphone && !scenario_.hears.empty() && !card->hear(scenario_.hears))
-        throw std::runtime_error("\"" + scenario_.hears + "\" is nothing that can be heard");
+    if (microphone && !scenario_.hears.empty())
+        card->hear(scenario_.hears, [this](const std::string& error) {
+            if (!error.empty())
+                board_.log("microphone: " + error);
+        });
 }
 
 std::string Rig::plugSound(bool microphone, const std::string& description) {

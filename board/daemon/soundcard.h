@@ -6,6 +6,7 @@
 #include "board/daemon/soundlimits.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -46,8 +47,17 @@ class SoundCard {
     // The next `count` openings of a PCM node fail (0: all of them) with a positive errno.
     void failOpenings(int error, unsigned count);
     void clearFailures();
-    // What the microphone hears from the next start of a recording. False for an unknown name.
-    bool hear(const std::string& source);
+    // What the microphone hears from the next start of a recording: a generator ("sweep",
+    // "tone:1000", "clicks", "noise", "ramp", "silence") or a media file. `done` gets an error line
+    // (empty on success) on the loop's thread, perhaps at once.
+    using Finished = std::function<void(const std::string& error)>;
+    void hear(const std::string& source, const Finished& done);
+    // What is played goes to a WAV file, the times of the periods to a table beside it (.csv).
+    // An error line; empty when it has begun.
+    std::string startRecording(const std::string& path);
+    using Recorded = std::function<void(const std::string& error, const std::string& path,
+                                        std::uint64_t frames)>;
+    void stopRecording(const Recorded& done);  // when the files are finished
 
     SoundFigures figures(bool playback) const;
     unsigned openHandles() const;  // descriptors that clients hold, unplugged ones included

@@ -166,6 +166,53 @@ void Board::stallCamera(bool stalled) {
     order(OrderText(stalled ? "stall" : "resume").with("device", "camera").text());
 }
 
+void Board::stall(const std::string& device, bool stalled) {
+    order(OrderText(stalled ? "stall" : "resume").with("device", device).text());
+}
+
+void Board::setClockError(const std::string& device, std::int32_t ppm) {
+    order(OrderText("clock-error").with("device", device).with("ppm", std::int64_t(ppm)).text());
+}
+
+void Board::xrun(const std::string& device) {
+    order(OrderText("xrun").with("device", device).text());
+}
+
+void Board::suspend(const std::string& device, bool brief) {
+    order(OrderText("suspend")
+              .with("device", device)
+              .with("action", brief ? "brief" : "hold")
+              .text());
+}
+
+void Board::grant(const std::string& device, std::uint32_t rate, std::uint32_t period) {
+    order(OrderText("grant")
+              .with("device", device)
+              .with("rate", std::int64_t(rate))
+              .with("period", std::int64_t(period))
+              .text());
+}
+
+void Board::failOpenings(const std::string& device, int error, unsigned count) {
+    order(OrderText("open-fails")
+              .with("device", device)
+              .with("errno", std::int64_t(error))
+              .with("count", std::int64_t(count))
+              .text());
+}
+
+void Board::hear(const std::string& source) {
+    order(OrderText("hear").with("name", source).text());
+}
+
+void Board::recordSound(const std::string& path) {
+    order(OrderText("record-sound").with("action", "start").with("path", path).text());
+}
+
+std::uint64_t Board::stopSound() {
+    return count(order(OrderText("record-sound").with("action", "stop").text()), "frames");
+}
+
 void Board::loseFlip() {
     order(OrderText("lose-flip").text());
 }
@@ -228,6 +275,26 @@ CameraFigures Board::camera() {
     return figures;
 }
 
+SoundFigures Board::sound(const std::string& device) {
+    const rapidjson::Document answer = order(OrderText("figures").text());
+    const rapidjson::Value& stream =
+        member(member(answer, device.c_str()), device == "output" ? "playback" : "capture");
+    SoundFigures figures;
+    figures.open = member(stream, "open").GetBool();
+    figures.state = member(stream, "state").GetString();
+    figures.format = member(stream, "format").GetString();
+    figures.rate = std::uint32_t(count(stream, "rate"));
+    figures.channels = std::uint32_t(count(stream, "channels"));
+    figures.periodFrames = std::uint32_t(count(stream, "periodFrames"));
+    figures.bufferFrames = std::uint32_t(count(stream, "bufferFrames"));
+    figures.frames = count(stream, "frames");
+    figures.periods = count(stream, "periods");
+    figures.starts = count(stream, "starts");
+    figures.xruns = count(stream, "xruns");
+    figures.missing = count(stream, "missing");
+    return figures;
+}
+
 DisplayFigures Board::display() {
     const rapidjson::Document answer = order(OrderText("figures").text());
     const rapidjson::Value& display = member(answer, "display");
@@ -270,6 +337,12 @@ bool Board::waitForDisplay(const std::function<bool(const DisplayFigures&)>& wan
 bool Board::waitForCamera(const std::function<bool(const CameraFigures&)>& wanted,
                           Milliseconds patience) {
     return askUntil(patience, [&] { return wanted(camera()); });
+}
+
+bool Board::waitForSound(const std::string& device,
+                         const std::function<bool(const SoundFigures&)>& wanted,
+                         Milliseconds patience) {
+    return askUntil(patience, [&] { return wanted(sound(device)); });
 }
 
 bool Board::waitForPark(Milliseconds patience) {

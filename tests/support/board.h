@@ -26,6 +26,15 @@ struct DisplayFigures {
     std::string mode;  // empty when no CRTC is set
 };
 
+// One direction of a sound card.
+struct SoundFigures {
+    bool open = false;
+    std::string state;   // "RUNNING", ...; empty while nobody has it open
+    std::string format;  // "S16_LE"; empty while nothing is chosen
+    std::uint32_t rate = 0, channels = 0, periodFrames = 0, bufferFrames = 0;
+    std::uint64_t frames = 0, periods = 0, starts = 0, xruns = 0, missing = 0;
+};
+
 // Ends with the object: the daemon must end with 0 on SIGTERM and leave no socket behind, else the
 // running test fails.
 class Board {
@@ -47,9 +56,10 @@ class Board {
     // The same without the failure: for orders that shall be refused.
     rapidjson::Document tryOrder(const std::string& json);
 
-    void plug(const std::string& device);  // "camera", "display"
+    void plug(const std::string& device);  // "camera", "display", "microphone", "output"
     void unplug(const std::string& device);
     void stallCamera(bool stalled);
+    void stall(const std::string& device, bool stalled);
     void holdFlips(bool held);
     void loseFlip();
     // The nth call from now (from 1) fails, and the ones after it up to `count` (0: all).
@@ -61,9 +71,22 @@ class Board {
     void setPayload(std::uint32_t bytes, unsigned count);
     void setRecording(const std::string& recording);
     void stepClock(std::int64_t seconds);
+    // Sound cards: "microphone" or "output".
+    void setClockError(const std::string& device, std::int32_t ppm);
+    void xrun(const std::string& device);
+    void suspend(const std::string& device, bool brief = false);
+    void grant(const std::string& device, std::uint32_t rate, std::uint32_t period);  // 0: any
+    void failOpenings(const std::string& device, int error, unsigned count = 1);  // 0: all
+    void hear(const std::string& source);  // a generator or a media file
+    void recordSound(const std::string& path);
+    std::uint64_t stopSound();  // frames in the file
     void resetFigures();
     CameraFigures camera();
     DisplayFigures display();
+    SoundFigures sound(const std::string& device);  // its capture or its playback
+    bool waitForSound(const std::string& device,
+                      const std::function<bool(const SoundFigures&)>& wanted,
+                      Milliseconds patience);
     // Waits until `wanted` holds for the figures; false after the deadline (scaled).
     bool waitForDisplay(const std::function<bool(const DisplayFigures&)>& wanted,
                         Milliseconds patience);

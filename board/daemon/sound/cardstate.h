@@ -4,6 +4,8 @@
 #include "board/daemon/board.h"
 #include "board/daemon/sound/cardclock.h"
 #include "board/daemon/sound/pcmstream.h"
+#include "board/daemon/sound/soundends.h"
+#include "board/daemon/sound/soundworker.h"
 
 #include <cstdint>
 #include <memory>
@@ -18,12 +20,15 @@ struct SoundGrant {
 };
 
 struct CardState {
-    CardState(Board& owner, std::int32_t error_ppm) : board(owner), clock(owner, error_ppm) {}
+    CardState(Board& owner, std::int32_t error_ppm)
+        : board(owner), clock(owner, error_ppm), ear(owner, worker), voice(owner, worker) {}
 
     Board& board;
     CardClock clock;
     StreamFigures played, recorded;
-    std::unique_ptr<SoundEnd> ear, voice;  // what listens to playback, what is heard in capture
+    SoundWorker worker;
+    Ear ear;      // what listens to playback
+    Voice voice;  // what is heard in capture
     SoundGrant grant;
     int openError = 0;          // positive errno of the openings that shall fail
     unsigned openFailures = 0;  // how many still do

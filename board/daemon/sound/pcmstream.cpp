@@ -93,6 +93,7 @@ int PcmStream::setHardware(snd_pcm_hw_params& params) {
     stopThreshold_ = chosen.bufferFrames;
     timestampMode_ = SNDRV_PCM_TSTAMP_NONE;
     hardware_ = application_ = 0;
+    parts_.end.prepare(format_);
     become(SNDRV_PCM_STATE_SETUP);
     return 0;
 }
@@ -177,12 +178,13 @@ int PcmStream::start() {
     nextInterrupt_ = format_.periodFrames;
     ++parts_.figures.starts;
     parts_.end.begin(format_);
+    report("start");
     run();
     return 0;
 }
 
 void PcmStream::stop(int state, const char* why) {
-    parts_.end.event(why);
+    report(why);
     become(state);
 }
 
@@ -219,7 +221,7 @@ int PcmStream::drain() {
     if (state_ == SNDRV_PCM_STATE_RUNNING) {
         const bool left = playback_ ? written() > 0 : available() > 0;
         if (!playback_)
-            parts_.end.event("stop");
+            report("stop");
         become(left ? SNDRV_PCM_STATE_DRAINING : SNDRV_PCM_STATE_SETUP);
     }
     return state_ == SNDRV_PCM_STATE_DRAINING && playback_ ? -EAGAIN : 0;

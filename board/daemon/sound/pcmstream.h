@@ -30,12 +30,14 @@ struct StreamFigures {
 class SoundEnd {
   public:
     virtual ~SoundEnd() = default;
-    virtual void begin(const SoundFormat& format) = 0;  // the stream starts
-    // Capture: the next frames. Playback: the frames that were played, `left` more are written.
-    virtual void move(std::uint8_t* frames, std::uint32_t count, std::int64_t left) = 0;
+    virtual void prepare(const SoundFormat& format) = 0;  // chosen: the stream may start soon
+    virtual void begin(const SoundFormat& format) = 0;    // the stream starts
+    // Capture: the next frames are wanted. Playback: these were played.
+    virtual void move(std::uint8_t* frames, std::uint32_t count) = 0;
     virtual void skip(std::uint64_t frames) = 0;  // frames that nobody will see
-    // A whole period has passed, the stream stopped: "period", "xrun", "stop", ...
-    virtual void event(const char* what) = 0;
+    // "start", "period" (a whole one has passed), and what ends it: "xrun", "drained", "drop", ...
+    // `left`: frames that are written and not yet played.
+    virtual void event(const char* what, std::int64_t board_ns, std::int64_t left) = 0;
 };
 
 class PcmStream {
@@ -112,6 +114,8 @@ class PcmStream {
     void update();
     void advance(std::int64_t frames);
     void moveThroughRing(std::int64_t frames);
+    void pastPeriod();
+    void report(const char* what);
     void checkBounds();
     void become(int state);
     void run();

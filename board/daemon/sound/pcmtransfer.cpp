@@ -39,38 +39,54 @@ void PcmStream::update() {
 }
 
 void PcmStream::advance(std::int64_t frames) {
-    const std::int64_t before = done_ / format_.periodFrames;
-    if (playback_) {
-        const std::int64_t ready = std::clamp<std::int64_t>(written(), 0, frames);
-        moveThroughRing(ready);
-        const std::int64_t missing = frames - ready;
-        hardware_ = (hardware_ + Frames(missing)) % boundary_;
-        if (state_ == SNDRV_PCM_STATE_RUNNING)
-            parts_.figures.missing += std::uint64_t(missing);
-        parts_.figures.frames += std::uint64_t(ready);
-    } else {
-        // Of what a late board missed only the last ring can still be read.
-        const std::int64_t lost = std::max<std::int64_t>(frames - format_.bufferFrames, 0);
-        if (lost > 0)
-            parts_.end.skip(std::uint64_t(lost));
+    // Of what a late board missed only the last ring can still be read.
+    const std::int64_t lost =
+        playback_ ? 0 : std::max<std::int64_t>(frames - format_.bufferFrames, 0);
+    if (lost > 0) {
+        parts_.end.skip(std::uint64_t(lost));
         hardware_ = (hardware_ + Frames(lost)) % boundary_;
-        moveThroughRing(frames - lost);
-        parts_.figures.frames += std::uint64_t(frames);
+        done_ += lost;
+        parts_.figures.frames += std::uint64_t(lost);
     }
-    done_ += frames;
-    parts_.figures.periods += std::uint64_t(done_ / format_.periodFrames - before);
+    const std::int64_t period = format_.periodFrames;
+    for (std::int64_t left = frames - lost; left > 0;) {
+        const std::int64_t step = std::min(left, period - done_ % period);
+        moveThroughRing(step);
+        done_ += step;
+        left -= step;
+        if (done_ % period == 0)
+            pastPeriod();
+    }
     mostAvailable_ = std::max(mostAvailable_, available());
 }
 
+void PcmStream::pastPeriod() {
+    ++parts_.figures.periods;
+    const std::int64_t at = base_ns_ + lengthOf_ns(done_ - baseFrames_, format_.rate_Hz);
+    parts_.end.event(
+        "period", parts_.clock.stopped() ? parts_.board.clock().now_ns() : parts_.clock.toBoard(at),
+        playback_ ? written() : 0);
+}
+
+void PcmStream::report(const char* what) {
+    parts_.end.event(what, parts_.board.clock().now_ns(), playback_ ? written() : 0);
+}
+
 void PcmStream::moveThroughRing(std::int64_t frames) {
-    while (frames > 0) {
+    // A card that has played everything goes on with nothing.
+    const std::int64_t missing =
+        playback_ ? frames - std::clamp<std::int64_t>(written(), 0, frames) : 0;
+    parts_.figures.frames += std::uint64_t(frames - missing);
+    if (state_ == SNDRV_PCM_STATE_RUNNING)
+        parts_.figures.missing += std::uint64_t(missing);
+    for (std::int64_t left = frames - missing; left > 0;) {
         const auto at = std::uint32_t(hardware_ % format_.bufferFrames);
-        const auto count = std::uint32_t(std::min<std::int64_t>(frames, format_.bufferFrames - at));
+        const auto count = std::uint32_t(std::min<std::int64_t>(left, format_.bufferFrames - at));
+        parts_.end.move(ring_->data() + std::size_t(at) * format_.frameBytes(), count);
         hardware_ = (hardware_ + count) % boundary_;
-        frames -= count;
-        parts_.end.move(ring_->data() + std::size_t(at) * format_.frameBytes(), count,
-                        playback_ ? written() : 0);
+        left -= count;
     }
+    hardware_ = (hardware_ + Frames(missing)) % boundary_;
 }
 
 // Has the card run past what the client did?
@@ -114,8 +130,6 @@ void PcmStream::interrupt() {
     if (done_ >= nextInterrupt_) {
         const std::int64_t period = format_.periodFrames;
         nextInterrupt_ = (done_ / period + 1) * period;
-        if (running())
-            parts_.end.event("period");
     }
     refresh();
     signal_.notify();

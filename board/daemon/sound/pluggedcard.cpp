@@ -108,7 +108,7 @@ PcmStream::Parts PluggedCard::parts(bool playback, const HardwareSpace& space,
                                     std::function<void(std::uint32_t)> stateChanged) {
     return {state_->board,
             state_->clock,
-            playback ? *state_->ear : *state_->voice,
+            playback ? static_cast<SoundEnd&>(state_->ear) : state_->voice,
             playback ? state_->played : state_->recorded,
             space,
             std::move(stateChanged)};

@@ -21,13 +21,7 @@ class SoundCard::Impl {
     Impl(Board& board, SoundDescription given, unsigned cardNumber, std::int32_t clockError_ppm)
         : state(std::make_shared<CardState>(board, clockError_ppm)),
           description(std::move(given)),
-          number(cardNumber) {
-        auto heard = std::make_unique<Voice>();
-        voice = heard.get();
-        voice->setSource(makeGenerator("sweep"));
-        state->voice = std::move(heard);
-        state->ear = std::make_unique<Ear>();
-    }
+          number(cardNumber) {}
 
     ~Impl() { unplug(); }
 
@@ -46,7 +40,6 @@ class SoundCard::Impl {
     }
 
     std::shared_ptr<CardState> state;
-    Voice* voice;  // the state's
     SoundDescription description;
     unsigned number;
     std::shared_ptr<PluggedCard> current;
@@ -142,12 +135,18 @@ void SoundCard::clearFailures() {
     impl_->state->openAlwaysFails = false;
 }
 
-bool SoundCard::hear(const std::string& source) {
-    auto generator = makeGenerator(source);
-    if (generator == nullptr)
-        return false;
-    impl_->voice->setSource(std::move(generator));
-    return true;
+void SoundCard::hear(const std::string& source, const Finished& done) {
+    impl_->state->voice.hear(source, done);
+}
+
+std::string SoundCard::startRecording(const std::string& path) {
+    return impl_->state->ear.recorder().start(path);
+}
+
+void SoundCard::stopRecording(const Recorded& done) {
+    impl_->state->ear.recorder().stop([done](const SoundRecorder::Result& result) {
+        done(result.error, result.path, result.frames);
+    });
 }
 
 SoundFigures SoundCard::figures(bool playback) const {

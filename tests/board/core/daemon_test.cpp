@@ -99,7 +99,7 @@ TEST_F(WholeBoard, CameraPlugs) {
     EXPECT_EQ(cameraNode(), "");
     expectOk(R"({"order": "plug", "device": "camera", "description": "synthetic-yuyv"})");
     EXPECT_EQ(cameraNode(), "/dev/video0");
-    expectError(R"({"order": "plug", "device": "mouse"})", "must be camera or display");
+    expectError(R"({"order": "plug", "device": "mouse"})", "must be camera, display, microphone or output");
 }
 
 TEST_F(WholeBoard, ReplugWhileTheOldNodeIsHeldTakesTheNextNumber) {
@@ -127,7 +127,7 @@ TEST_F(WholeBoard, DisplayPlugsAndModes) {
 TEST_F(WholeBoard, CameraOrders) {
     expectOk(R"({"order": "stall", "device": "camera"})");
     expectOk(R"({"order": "resume", "device": "camera"})");
-    expectError(R"({"order": "stall", "device": "display"})", "only the camera");
+    expectError(R"({"order": "stall", "device": "display"})", "the display cannot do that");
     expectOk(R"({"order": "recording", "name": "field:red"})");
     expectError(R"({"order": "recording", "name": "/none.mp4"})", "/none.mp4: no such file");
     expectOk(R"({"order": "payload", "bytes": 100, "count": 2})");
