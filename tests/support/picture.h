@@ -3,19 +3,13 @@
 
 #include "board/media/recording.h"
 #include "tests/support/board.h"
+#include "tests/support/nv12.h"
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace support {
-
-// NV12 without padding.
-struct Picture {
-    std::uint32_t width = 0, height = 0;
-    std::vector<std::uint8_t> luma;
-    std::vector<std::uint8_t> chroma;  // U and V interleaved
-};
 
 struct ShownFrame {
     std::uint32_t frame = 0;       // the camera's number, from its mark

@@ -1,6 +1,7 @@
 #include "tests/board/camera/camerabench.h"
 
 #include <poll.h>
+#include <sys/mman.h>
 
 #include <cerrno>
 #include <chrono>
@@ -237,6 +238,17 @@ void CameraBench::prepare(Client& client, std::uint32_t count, v4l2_fract interv
         v4l2_buffer queued = buffer(i);
         ASSERT_EQ(client(VIDIOC_QBUF, queued), 0);
     }
+}
+
+std::vector<std::uint8_t> CameraBench::content(Client& client, const v4l2_buffer& taken) {
+    const Mapping mapping = client.map(taken.m.offset, taken.length, PROT_READ);
+    void* memory = mmap(nullptr, taken.length, PROT_READ, MAP_SHARED, mapping.memfd, 0);
+    EXPECT_NE(memory, MAP_FAILED);
+    const auto* first = static_cast<const std::uint8_t*>(memory);
+    std::vector<std::uint8_t> copy(first, first + taken.bytesused);
+    munmap(memory, taken.length);
+    client.unmapped(taken.m.offset, taken.length);
+    return copy;
 }
 
 v4l2_buffer CameraBench::take(Client& client) {

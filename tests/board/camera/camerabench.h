@@ -109,6 +109,8 @@ class CameraBench : public testing::Test {
     void prepare(Client& client, std::uint32_t count, v4l2_fract interval = {1, 100});
     // The next filled buffer; fails the test at the deadline.
     v4l2_buffer take(Client& client);
+    // What lies in a dequeued buffer.
+    static std::vector<std::uint8_t> content(Client& client, const v4l2_buffer& taken);
     static v4l2_buffer buffer(std::uint32_t index);
 
     FakeBoard board;

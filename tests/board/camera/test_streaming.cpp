@@ -21,17 +21,6 @@ class Streaming : public CameraBench {
   protected:
     explicit Streaming(std::uint32_t speed = 1) : CameraBench(speed) { plug(); }
 
-    // What lies in a dequeued buffer.
-    std::vector<std::uint8_t> content(Client& client, const v4l2_buffer& taken) {
-        const Mapping mapping = client.map(taken.m.offset, taken.length, PROT_READ);
-        void* memory = mmap(nullptr, taken.length, PROT_READ, MAP_SHARED, mapping.memfd, 0);
-        EXPECT_NE(memory, MAP_FAILED);
-        const auto* first = static_cast<const std::uint8_t*>(memory);
-        std::vector<std::uint8_t> copy(first, first + taken.bytesused);
-        munmap(memory, taken.length);
-        client.unmapped(taken.m.offset, taken.length);
-        return copy;
-    }
     Stamp stamp(const std::vector<std::uint8_t>& picture) {
         const auto read = readStamp(picture.data(), 2, width * 2, width, height);
         EXPECT_TRUE(read);
