@@ -1,7 +1,6 @@
 // The camera's picture arrives on the display, and it is the right one.
 
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <cmath>
 #include <filesystem>
@@ -11,6 +10,7 @@
 #include "tests/support/application.h"
 #include "tests/support/picture.h"
 #include "tests/support/scenarios.h"
+#include "tests/support/screenshot.h"
 
 namespace {
 
@@ -19,27 +19,6 @@ using support::benchScenario;
 using support::Board;
 using support::Milliseconds;
 using support::ShownFrame;
-
-struct Rgb {
-    std::uint32_t width = 0, height = 0;
-    std::vector<std::uint8_t> bytes;
-};
-
-Rgb readPng(const std::string& path) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    Rgb picture;
-    if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
-        ADD_FAILURE() << path << ": " << image.message;
-        return picture;
-    }
-    image.format = PNG_FORMAT_RGB;
-    picture.width = image.width;
-    picture.height = image.height;
-    picture.bytes.resize(PNG_IMAGE_SIZE(image));
-    EXPECT_NE(png_image_finish_read(&image, nullptr, picture.bytes.data(), 0, nullptr), 0);
-    return picture;
-}
 
 // Plays, and compares what is scanned out with what the recording should look like.
 void expectLikeTheRecording(const std::string& scenarioPath, double least_dB) {
@@ -84,9 +63,7 @@ TEST(FirstLight, ScreenshotHoldsTheCamerasPicture) {
     application.expectPlaying();
     ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 3; },
                                      Milliseconds(10000)));
-    const std::string path = board.folder() + "/screen.png";
-    board.order(R"({"order":"picture","path":")" + path + R"("})");
-    const Rgb picture = readPng(path);
+    const support::Rgb picture = support::takeScreenshot(board);
     ASSERT_EQ(picture.width, 640u);
     ASSERT_EQ(picture.height, 360u);
     // Green follows the luma closely enough for the mark's black and white cells.

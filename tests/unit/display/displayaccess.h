@@ -28,6 +28,9 @@ struct DisplayDrmTestAccess {
     static void setDequeueWait(DisplayDrm& display, int milliseconds) {
         display.dequeueWaitMs = milliseconds;
     }
+    static bool upgradeBanner(const DisplayDrm& display) { return display.upgradeBanner; }
+    static bool startupBanner(const DisplayDrm& display) { return display.startupBanner; }
+    static std::atomic<bool>& upgradeScreen(DisplayDrm& display) { return display.upgradeScreen; }
     static int modeIndex(const DisplayDrm& display) { return display.modeIndex; }
     static const std::uint32_t* crtcId(const DisplayDrm& display) { return &display.crtcId; }
     static const drmEventContext& events(const DisplayDrm& display) { return display.evctx; }

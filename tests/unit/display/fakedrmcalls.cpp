@@ -1,6 +1,8 @@
 // libdrm's functions and the calls on the card's device file, answered by the played card.
 #include "tests/unit/display/fakedrmcalls.h"
 
+#include "tests/unit/display/fakefiles.h"
+
 #include <fcntl.h>
 #include <cerrno>
 #include <cstdarg>
@@ -28,7 +30,7 @@ int __wrap_open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return __real_open(path, flags, mode);
+    return __real_open(FakeFiles::located(path).c_str(), flags, mode);
 }
 
 void* __wrap_mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset) {
