@@ -2,6 +2,8 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(DRM REQUIRED IMPORTED_TARGET libdrm)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswresample libswscale)
 pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libjpeg)
+pkg_check_modules(RESAMPLE REQUIRED IMPORTED_TARGET libavdevice libswresample libavutil)
+pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa)
 pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
 
 # Debian's libyuv comes without a pkg-config file.

@@ -24,6 +24,7 @@ bool AnalysisFile::openFile() {
     if (!analysisUvcDevice()) {
         return false;
     }
+    analysisAudioDevice();
     bool hasCameraMode = false;
     for (const auto& modes : uvcFmtLists) {
         hasCameraMode = hasCameraMode || !modes.empty();

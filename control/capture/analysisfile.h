@@ -4,6 +4,7 @@
 #include "control/task/mediatypes.h"
 
 #include <array>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,6 +29,10 @@ class AnalysisFile {
     // is no camera to capture from.
     bool analysisUvcDevice();
 
+    // Fills `audioInfos` and `selectedAudio` from the first of the sound cards 1 and 2. False when
+    // the camera has no sound that can be used.
+    bool analysisAudioDevice();
+
     // Pairs a camera mode with a display mode; false when nothing fits. Needs an entry in
     // `edidModes`, throws std::out_of_range without.
     bool selectBestFmt();
@@ -42,6 +47,8 @@ class AnalysisFile {
     std::vector<decInfo> edidModes;                  // in the connector's order, `format` unset
     std::array<fmtStr, 3> fmtNames;                  // 0 MJPG, 1 YUYV, 2 H264
     std::array<std::vector<uvcFmt>, 3> uvcFmtLists;  // accepted modes, same index, camera's order
+    audioInfo selectedAudio{{}, -1, 0, 0};           // a format of -1: no sound
+    std::vector<audioInfo> audioInfos;               // every setting listed, in the text's order
     std::string cardName;                            // V4L2 card name, without padding
     std::unique_ptr<ObsBot> obsBot;                  // null until a mode was chosen
 
@@ -49,6 +56,9 @@ class AnalysisFile {
     bool queryCapability(int fd);
     void enumerateFormats(int fd);
     bool isAccepted(const uvcFmt& mode) const;
+    unsigned int parseAudioSettings(const std::string& text);  // how many the text names
+    bool selectAudio(std::size_t& index);
+    void selectNoAudio();
     bool selectExactMatch();
     bool selectFromList(const std::vector<uvcFmt>& modes, const std::vector<uvcFmt>& displays);
 };

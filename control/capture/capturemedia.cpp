@@ -1,5 +1,7 @@
 #include "control/capture/capturemedia.h"
 
+#include "control/audio/captureaudio.h"
+#include "control/audio/playbackaudio.h"
 #include "control/decode/deccommon.h"
 #include "control/display/showcontrol.h"
 #include "control/task/fourcc.h"
@@ -32,6 +34,24 @@ std::int64_t elapsed_us(std::chrono::steady_clock::time_point since) {
     return duration_cast<microseconds>(steady_clock::now() - since).count();
 }
 
+// What the output shall play: the camera's format where it can, else two channels of 16 bit.
+audioInfo playbackFormat(const audioInfo& camera) {
+    if (PlaybackAudio::isSupportedPlaybackFormat(camera)) {
+        return camera;
+    }
+    audioInfo format;
+    format.channels = 2;
+    format.format = SND_PCM_FORMAT_S16_LE;
+    if (camera.rate <= 8000) {
+        format.rate = 32000;
+    } else if (camera.rate == 48000 || camera.rate == 32000) {
+        format.rate = camera.rate;
+    } else {
+        format.rate = 44100;
+    }
+    return format;
+}
+
 }  // namespace
 
 CaptureMedia::CaptureMedia(std::string devicePath) : offsetTime(65535) {
@@ -41,6 +61,8 @@ CaptureMedia::CaptureMedia(std::string devicePath) : offsetTime(65535) {
 }
 
 CaptureMedia::~CaptureMedia() {
+    captureAudio.reset();
+    playbackAudio.reset();
     CaptureMedia::close();
     decoder.reset();
     spareStage.reset();
@@ -63,6 +85,7 @@ bool CaptureMedia::startPlayMedia() {
         return false;
     }
     linkVideoReceiveHandler(decoder.get());
+    startAudio();
     showControl->activate(1);
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     if (!start_capturing()) {
@@ -70,6 +93,18 @@ bool CaptureMedia::startPlayMedia() {
     }
     activate(1);
     return thr_count() != 0;  // nobody would notice a session that captures nothing
+}
+
+// Sound that cannot be captured or played leaves the picture alone.
+void CaptureMedia::startAudio() {
+    const audioInfo& camera = analysis->selectedAudio;
+    if (camera.rate == 0 || camera.format == -1 || camera.channels == 0) {
+        return;
+    }
+    captureAudio = std::make_unique<Captureaudio>(camera);
+    playbackAudio = std::make_unique<PlaybackAudio>(camera, playbackFormat(camera));
+    captureAudio->linkPlaybackReceiveHandler(playbackAudio.get());
+    captureAudio->activate(1);
 }
 
 int CaptureMedia::getCaptureError() {

@@ -15,7 +15,9 @@
 #include <memory>
 #include <string>
 
+class Captureaudio;
 class DecCommon;
+class PlaybackAudio;
 class ShowControl;
 
 // Built, started, asked and deleted by one thread, the supervisor's. A session never restarts.
@@ -47,6 +49,8 @@ class CaptureMedia final : public TaskBase, public SelectTimeout {
     };
     enum class WaitResult { ready, timeout, failed, stopped };
 
+    void startAudio();
+
     // Steps of the device; each prints one line when it fails.
     bool open_uvc_device();
     bool init_uvc_device();
@@ -71,6 +75,8 @@ class CaptureMedia final : public TaskBase, public SelectTimeout {
     std::unique_ptr<DecCommon> decoder;
     std::unique_ptr<ShowControl> showControl;
     std::unique_ptr<TaskBase> spareStage;
+    std::unique_ptr<PlaybackAudio> playbackAudio;  // both null when the camera has no usable sound
+    std::unique_ptr<Captureaudio> captureAudio;
     Receive_handler* videoReceiver = nullptr;
     std::atomic<std::int32_t> captureError{0};
     timeval startTime{};             // origin of the frames' pts

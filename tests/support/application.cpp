@@ -11,7 +11,9 @@
 
 namespace support {
 
-const std::vector<std::string> pipelineThreads = {"CaptureMedia", "Decoder_Rawvide", "ShowControl"};
+const std::vector<std::string> pipelineThreads = {"CaptureMedia",  "Decoder_Rawvide",
+                                                  "ShowControl",   "Captureaudio",
+                                                  "PlaybackAudio", "resamplePlay"};
 
 namespace {
 

@@ -12,6 +12,8 @@ const char* const chances[] = {
     // A worker found its queue empty, or the screen had no new frame: depends on who ran first.
     R"(Decoder_(Rawvideo|MJPEG_MPP|H264_MPP) getq timeout)",
     R"(show control getq timeout)",
+    // The microphone and the output wake on their own.
+    R"(PlaybackAudio getq timeout)",
     // More than 36 frames waited: only when the display was held up.
     R"(clean queue buff)",
     // Reports of half a minute.

@@ -1,5 +1,6 @@
 // The libc calls of the code under test: those that concern the fake camera go to it.
 #include "tests/unit/capture/fakecamera.h"
+#include "tests/unit/capture/fakesound.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -13,6 +14,7 @@
 extern "C" {
 
 int __real_open(const char* path, int flags, ...);
+int __real_access(const char* path, int mode);
 int __real_close(int fd);
 int __real_stat(const char* path, struct stat* status);
 int __real_ioctl(int fd, unsigned long request, ...);
@@ -39,11 +41,20 @@ int __wrap_open(const char* path, int flags, ...) {
     if (std::strcmp(path, "/dev/dri/card0") == 0) {
         path = "/dev/null";  // libdrm's calls are played by the test, but need a descriptor
     }
+    const std::string soundText = sound::placeOf(path);
+    if (!soundText.empty()) {
+        path = soundText.c_str();
+    }
     va_list rest;
     va_start(rest, flags);
     const mode_t mode = va_arg(rest, mode_t);
     va_end(rest);
     return __real_open(path, flags, mode);
+}
+
+int __wrap_access(const char* path, int mode) {
+    const std::string soundText = sound::placeOf(path);
+    return __real_access(soundText.empty() ? path : soundText.c_str(), mode);
 }
 
 int __wrap_close(int fd) {

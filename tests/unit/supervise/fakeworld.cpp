@@ -3,6 +3,8 @@
 #include "control/camera/obsbot.h"
 #include "control/capture/capturemedia.h"
 #include "control/convert/rkrga.h"
+#include "control/audio/captureaudio.h"
+#include "control/audio/playbackaudio.h"
 #include "control/decode/deccommon.h"
 #include "control/display/showcontrol.h"
 #include "control/supervise/updatecontrol.h"
