@@ -152,6 +152,7 @@ const std::map<std::string, Choice> readByEye = {
     {"sound-devices-mixpre3ii-2020", {"hw:1,0", 2, 2, 44100}},
     {"sound-devices-mixpre6ii", {"hw:1,0", 2, 2, 44100}},
     {"sunplusit-inc-hama-c-600-pro-webcam", {"hw:1,0", 2, 2, 32000}},
+    {"synthetic-microphone", {"hw:1,0", 2, 2, 48000}},
     {"synaptics-hi-res-audio", {"hw:1,0", 2, 2, 44100}},
     {"ugreen-ktmicro", {"hw:1,0", 2, 2, 44100}},
     {"usb-audio-device", {"hw:1,0", 2, 2, 48000}},
