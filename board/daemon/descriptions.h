@@ -1,5 +1,4 @@
-// Camera, display and sound card descriptions out of JSON, wherever they stand: in a file or inside
-// a scenario.
+// Descriptions of devices out of JSON, wherever they stand: in a file or inside a scenario.
 #pragma once
 
 #include "board/daemon/jsonreader.h"
@@ -10,5 +9,6 @@ namespace board {
 CameraDescription readCamera(const JsonPlace& place);
 DisplayDescription readDisplay(const JsonPlace& place);
 SoundDescription readSound(const JsonPlace& place);
+InputDescription readInput(const JsonPlace& place);
 
 }  // namespace board

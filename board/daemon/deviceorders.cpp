@@ -24,7 +24,7 @@ Named readDevice(const JsonPlace& place) {
     for (int i = 0; i < 4; ++i)
         if (device == names[i])
             return Named(i);
-    place.fail("must be camera, display, microphone or output");
+    place.fail("must be camera, display, microphone, output or an input device");
 }
 
 // A device that can stand still: the camera, or a sound card (null: the camera).
@@ -83,8 +83,19 @@ std::function<void(const std::string&)> finishing(const OrderDone& done) {
     };
 }
 
+// Input devices have names of their own; the word for a further one comes with a description.
+bool namesInput(JsonObject& order, Rig& rig, const std::string& description) {
+    const std::string device = order.get("device").text(32);
+    if (rig.inputs().has(device))
+        return true;
+    return !description.empty() && device != "camera" && device != "display" &&
+           device != "microphone" && device != "output";
+}
+
 JsonFields plug(JsonObject& order, Rig& rig) {
     const std::string description = optionalText(order, "description");
+    if (namesInput(order, rig, description))
+        return JsonFields().add("node", rig.plugInput(order.get("device").text(32), description));
     switch (readDevice(order.get("device"))) {
         case Named::camera:
             return JsonFields().add("node", rig.plugCamera(description));
@@ -100,6 +111,10 @@ JsonFields plug(JsonObject& order, Rig& rig) {
 }
 
 JsonFields unplug(JsonObject& order, Rig& rig) {
+    if (namesInput(order, rig, "")) {
+        rig.unplugInput(order.get("device").text(32));
+        return {};
+    }
     switch (readDevice(order.get("device"))) {
         case Named::camera:
             rig.unplugCamera();

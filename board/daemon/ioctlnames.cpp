@@ -3,6 +3,7 @@
 #include "board/daemon/faults.h"
 
 #include <drm.h>
+#include <linux/input.h>
 #include <linux/uvcvideo.h>
 #include <linux/videodev2.h>
 #include <sound/asound.h>
@@ -105,6 +106,12 @@ constexpr Named names[] = {
     NAMED(VIDIOC_QUERY_EXT_CTRL),
     NAMED(UVCIOC_CTRL_MAP),
     NAMED(UVCIOC_CTRL_QUERY),
+    NAMED(EVIOCGVERSION),
+    NAMED(EVIOCGID),
+    NAMED(EVIOCGREP),
+    NAMED(EVIOCSREP),
+    NAMED(EVIOCGRAB),
+    NAMED(EVIOCSCLOCKID),
     NAMED(DRM_IOCTL_VERSION),
     NAMED(DRM_IOCTL_GET_UNIQUE),
     NAMED(DRM_IOCTL_GET_MAGIC),

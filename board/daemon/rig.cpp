@@ -33,6 +33,7 @@ Rig::Rig(CoreBoard& board, const Scenario& scenario) : board_(board), scenario_(
         addSound(true, scenario.microphone);
     if (scenario.hasMicrophone && scenario.microphonePlugged)
         plugSound(true, "");
+    inputs_ = std::make_unique<Inputs>(board, scenario.inputs);
     if (!scenario.hasCamera)
         return;
     camera_ = std::make_unique<Camera>(board, scenario.camera);
@@ -154,6 +155,25 @@ void Rig::listCards() {
     }
     if (!list)
         board_.log("cannot write " + folder.string());
+}
+
+std::string Rig::plugInput(const std::string& name, const std::string& description) {
+    if (!description.empty()) {
+        InputDescription input = loadInput(findInput(description));
+        input.name = name;
+        if (inputs_->has(name))
+            inputs_->change(name, input);
+        else
+            inputs_->add(input);
+    }
+    std::string path = inputs_->plug(name);
+    board_.log(name + " plugged in at " + path);
+    return path;
+}
+
+void Rig::unplugInput(const std::string& name) {
+    inputs_->unplug(name);
+    board_.log(name + " unplugged");
 }
 
 }  // namespace board

@@ -4,6 +4,7 @@
 #include "board/daemon/camera.h"
 #include "board/daemon/coreboard.h"
 #include "board/daemon/display.h"
+#include "board/daemon/remote/inputs.h"
 #include "board/daemon/scenario.h"
 #include "board/daemon/soundcard.h"
 
@@ -25,6 +26,7 @@ class Rig {
     // The camera's card and the board's own; null when the scenario has none and none was plugged.
     SoundCard* microphone() { return microphone_.get(); }
     SoundCard* output() { return output_.get(); }
+    Inputs& inputs() { return *inputs_; }
     const Scenario& scenario() const { return scenario_; }
 
     // `description` is a name or a path; empty: the scenario's, or the one plugged last. Throws
@@ -36,6 +38,9 @@ class Rig {
     void changeDisplay(const std::string& description);
     std::string plugSound(bool microphone, const std::string& description);  // the card's "hw:N"
     void unplugSound(bool microphone);
+    // A description with an unknown name: a further input device. The node's path.
+    std::string plugInput(const std::string& name, const std::string& description);
+    void unplugInput(const std::string& name);
 
   private:
     void addSound(bool microphone, const SoundDescription& description);
@@ -47,6 +52,7 @@ class Rig {
     std::unique_ptr<Display> display_;
     std::unique_ptr<SoundCard> microphone_, output_;
     std::vector<std::string> listed_;  // cards' folders in /proc/asound
+    std::unique_ptr<Inputs> inputs_;
 };
 
 }  // namespace board

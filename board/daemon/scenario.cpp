@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::int64_t mostClockError = 100000;  // ppm
+constexpr std::size_t mostInputs = 16;
 constexpr char plainDisplay[] = "synthetic-1080p60";
 
 std::string& scenarioFolder() {
@@ -118,6 +119,18 @@ void readSoundCards(JsonObject& object, Scenario& scenario) {
     object.with("hears", [&](const JsonPlace& p) { scenario.hears = p.text(4095); });
 }
 
+// A second device of the same name is "remote2".
+void readInputs(const JsonPlace& place, std::vector<InputDescription>& inputs) {
+    for (const JsonPlace& item : place.items(mostInputs)) {
+        InputDescription input = resolve(item, "input device", "/inputs", readInput);
+        const std::string name = input.name;
+        const auto taken = [&](const InputDescription& other) { return other.name == input.name; };
+        for (unsigned n = 2; std::any_of(inputs.begin(), inputs.end(), taken); ++n)
+            input.name = name + std::to_string(n);
+        inputs.push_back(std::move(input));
+    }
+}
+
 // A camera's description in the place of a scenario.
 Scenario aroundCamera(const JsonPlace& place) {
     Scenario scenario;
@@ -148,6 +161,7 @@ Scenario readScenario(const JsonPlace& place) {
                 [&](const JsonPlace& p) { scenario.cameraNumber = unsigned(p.integer(0, 255)); });
     readSoundCards(object, scenario);
     object.with("recording", [&](const JsonPlace& p) { scenario.camera.recording = p.text(4095); });
+    object.with("inputs", [&](const JsonPlace& p) { readInputs(p, scenario.inputs); });
     object.with("speed",
                 [&](const JsonPlace& p) { scenario.speed = std::uint32_t(p.integer(1, 10)); });
     object.with("files", [&](const JsonPlace& p) { readFiles(p, scenario); });
@@ -171,6 +185,10 @@ DisplayDescription loadDisplay(const std::string& path) {
 
 SoundDescription loadSound(const std::string& path) {
     return load(path, readSound);
+}
+
+InputDescription loadInput(const std::string& path) {
+    return load(path, readInput);
 }
 
 std::string findScenario(const std::string& nameOrPath) {
@@ -200,6 +218,10 @@ std::string findDisplay(const std::string& nameOrPath) {
 
 std::string findSound(const std::string& nameOrPath) {
     return find("sound card", nameOrPath, "/sound", "");
+}
+
+std::string findInput(const std::string& nameOrPath) {
+    return find("input device", nameOrPath, "/inputs", "");
 }
 
 void setScenarioFolder(const std::string& folder) {

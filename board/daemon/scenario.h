@@ -2,6 +2,7 @@
 // Files lie in board/scenarios/; their form is described in docs/scenarios.md.
 #pragma once
 
+#include "board/daemon/inputdescription.h"
 #include "board/daemon/soundlimits.h"
 #include "board/media/encoding.h"
 
@@ -84,7 +85,8 @@ struct Scenario {
     bool hasOutput = false, outputPlugged = true;
     unsigned microphoneCard = 1;  // its card number; the output is card 0
     std::int32_t microphoneClock_ppm = 0, outputClock_ppm = 0;
-    std::string hears;  // what the microphone hears; empty: a sweep
+    std::string hears;                     // what the microphone hears; empty: a sweep
+    std::vector<InputDescription> inputs;  // no two of the same name
     std::uint32_t speed = 1;
     // What a new run folder has under the application's fixed paths: content by path.
     std::map<std::string, std::string> files;
@@ -97,6 +99,7 @@ Scenario loadScenario(const std::string& path);
 CameraDescription loadCamera(const std::string& path);
 DisplayDescription loadDisplay(const std::string& path);
 SoundDescription loadSound(const std::string& path);
+InputDescription loadInput(const std::string& path);
 // The file for a scenario, camera or display given by name or path ("default" -> .../default.json).
 // A scenario may have a camera's name. Throws std::runtime_error with one line that lists the known
 // names when there is no such file.
@@ -104,9 +107,10 @@ std::string findScenario(const std::string& nameOrPath);
 std::string findCamera(const std::string& nameOrPath);
 std::string findDisplay(const std::string& nameOrPath);
 std::string findSound(const std::string& nameOrPath);
+std::string findInput(const std::string& nameOrPath);
 // Where names are looked up: FOLDER/*.json, FOLDER/cameras/*.json, FOLDER/displays/*.json,
-// FOLDER/sound/*.json. The default is the source tree's board/scenarios. Not thread-safe: set it
-// before loading.
+// FOLDER/sound/*.json, FOLDER/inputs/*.json. The default is the source tree's board/scenarios. Not
+// thread-safe: set it before loading.
 void setScenarioFolder(const std::string& folder);
 
 }  // namespace board

@@ -1,4 +1,4 @@
-// Calls on descriptors: ioctl, read, close, copies, memory.
+// Calls on descriptors: ioctl, read, write, close, copies, memory.
 #include "board/preload/clock.h"
 #include "board/preload/deviceioctl.h"
 #include "board/preload/handles.h"
@@ -7,8 +7,10 @@
 #include "board/preload/park.h"
 
 #include <fcntl.h>
+#include <linux/input.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -21,17 +23,44 @@ namespace {
 // A reader that does not expect its device to end would spin.
 constexpr timespec goneReadPause = {0, 10000000};
 
+bool isGone(const Handle& handle) {
+    return (handle.state() & board::wire::handleGone) != 0;
+}
+
+// An input device gives and takes whole events, whatever room there is beside them.
+constexpr std::size_t eventBytes = sizeof(input_event);
+
 long readBoard(const Handle& handle, int fd, void* buffer, std::size_t bytes) {
     if (anyParks() && park("read", noDeadline) == Parked::interrupted)
         return -EINTR;
     if (handle.kind == Kind::v4l2)
         return -EINVAL;  // streaming by memory only
-    const long got = raw(SYS_read, fd, buffer, bytes);
-    const bool atEnd = got == -ECONNRESET || (got == 0 && bytes > 0);
+    if (handle.kind == Kind::evdev) {
+        if (bytes > 0 && bytes < eventBytes)
+            return -EINVAL;
+        bytes -= bytes % eventBytes;
+    }
+    // Events that nobody read go with their device.
+    const bool lost = handle.kind == Kind::evdev && isGone(handle);
+    const long got = lost ? 0 : raw(SYS_read, fd, buffer, bytes);
+    const bool atEnd = lost || got == -ECONNRESET || (got == 0 && bytes > 0);
     if (!atEnd || (handle.kind != Kind::drm && handle.kind != Kind::evdev))
         return got;
     raw(SYS_nanosleep, &goneReadPause, nullptr);
     return -ENODEV;
+}
+
+// Only input devices take bytes.
+long writeBoard(const Handle& handle, int fd, const void* buffer, std::size_t bytes) {
+    if (handle.kind != Kind::evdev)
+        return -EINVAL;
+    if (isGone(handle))
+        return -ENODEV;
+    if (bytes > 0 && bytes < eventBytes)
+        return -EINVAL;
+    const long sent =
+        raw(SYS_sendto, fd, buffer, bytes - bytes % eventBytes, MSG_NOSIGNAL, nullptr, 0);
+    return sent == -EPIPE || sent == -ECONNRESET ? -ENODEV : sent;
 }
 
 // Lets `copy` (a number or -errno) stand for the handle too.
@@ -107,6 +136,14 @@ WRAPPER(ssize_t, __read_chk, (int fd, void* buffer, std::size_t bytes, std::size
             return toLibc<ssize_t>(readBoard(*handle, fd, buffer, bytes));
     NEXT_AS(__read_chk, ssize_t(int, void*, std::size_t, std::size_t));
     return next(fd, buffer, bytes, room);
+}
+
+WRAPPER(ssize_t, write, (int fd, const void* buffer, std::size_t bytes)) {
+    if (isBoards(fd))
+        if (const HandleRef handle = handleOf(fd))
+            return toLibc<ssize_t>(writeBoard(*handle, fd, buffer, bytes));
+    NEXT(write);
+    return next(fd, buffer, bytes);
 }
 
 WRAPPER(int, close, (int fd)) {

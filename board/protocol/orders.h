@@ -14,8 +14,8 @@ struct OrderWord {
 
 // clang-format off
 constexpr OrderWord orderWords[] = {
-    {"plug", "device [%description]", "plug in camera, display, microphone or output; description: another one, by name or path"},
-    {"unplug", "device", "unplug camera, display, microphone or output"},
+    {"plug", "device [%description]", "plug in camera, display, microphone, output or an input device; description: another one, by name or path"},
+    {"unplug", "device", "unplug camera, display, microphone, output or an input device"},
     {"stall", "device", "the camera takes buffers and delivers nothing; the clock of a sound card stands still"},
     {"resume", "device", "what was stalled or suspended goes on"},
     {"recording", "%name", "what the camera shows from the next stream-on: a media file or field:red, field:bars, ..."},
@@ -24,6 +24,10 @@ constexpr OrderWord orderWords[] = {
     {"payload-mix", "#permille [#seed]", "PERMILLE of a thousand payloads are damaged from now on, each in some way (0: none)"},
     {"payloads", "action [@path]", "start PATH: copy what the camera delivers to a file; stop: finish the file"},
     {"encoded-size", "#width #height", "the pictures in the running H264 stream get this size, the format stays"},
+    {"press", "key [device]", "a key (W, KEY_W, 17) of the remote goes down; device: another input device"},
+    {"release", "key [device]", "the key goes up"},
+    {"hold", "key #ms [device]", "the key goes down, and up MS milliseconds later"},
+    {"inputs", "[device]", "the input devices: node, keys down, LEDs; of one: what clients wrote"},
     {"modes", "%description", "the display becomes another one at once, by name or path"},
     {"flips", "action", "hold: page flips stay pending; go: they complete again"},
     {"lose-flip", "", "the next page flip completes, but its event never comes"},

@@ -162,6 +162,10 @@ void Board::unplug(const std::string& device) {
     order(OrderText("unplug").with("device", device).text());
 }
 
+void Board::plug(const std::string& device, const std::string& description) {
+    order(OrderText("plug").with("device", device).with("description", description).text());
+}
+
 void Board::stallCamera(bool stalled) {
     order(OrderText(stalled ? "stall" : "resume").with("device", "camera").text());
 }
@@ -255,6 +259,57 @@ void Board::setRecording(const std::string& recording) {
 
 void Board::stepClock(std::int64_t seconds) {
     order(OrderText("clock-step").with("ms", seconds * 1000).text());
+}
+
+namespace {
+
+std::string keyOrder(const char* action, const std::string& key, const std::string& device) {
+    OrderText text(action);
+    text.with("key", key);
+    if (!device.empty()) {
+        text.with("device", device);
+    }
+    return text.text();
+}
+
+}  // namespace
+
+std::uint64_t Board::press(const std::string& key, const std::string& device) {
+    return count(order(keyOrder("press", key, device)), "time_ns");
+}
+
+std::uint64_t Board::release(const std::string& key, const std::string& device) {
+    return count(order(keyOrder("release", key, device)), "time_ns");
+}
+
+void Board::hold(const std::string& key, Milliseconds duration, const std::string& device) {
+    OrderText text("hold");
+    text.with("key", key).with("ms", std::int64_t(duration.count()));
+    if (!device.empty()) {
+        text.with("device", device);
+    }
+    order(text.text());
+}
+
+InputFigures Board::input(const std::string& device) {
+    const rapidjson::Document answer = order(OrderText("inputs").with("device", device).text());
+    InputFigures figures;
+    for (const rapidjson::Value& input : member(answer, "inputs").GetArray()) {
+        figures.device = member(input, "device").GetString();
+        figures.node = member(input, "node").GetString();
+        for (const rapidjson::Value& key : member(input, "keysDown").GetArray()) {
+            figures.keysDown.push_back(key.GetString());
+        }
+        for (const rapidjson::Value& led : member(input, "ledsLit").GetArray()) {
+            figures.ledsLit.push_back(led.GetUint());
+        }
+        for (const rapidjson::Value& write : member(input, "writes").GetArray()) {
+            figures.writes.push_back({count(write, "time_ns"), member(write, "type").GetUint(),
+                                      member(write, "code").GetUint(),
+                                      member(write, "value").GetInt()});
+        }
+    }
+    return figures;
 }
 
 void Board::resetFigures() {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace support {
 
@@ -35,6 +36,19 @@ struct SoundFigures {
     std::uint64_t frames = 0, periods = 0, starts = 0, xruns = 0, missing = 0;
 };
 
+// A remote's receiver or another input device.
+struct InputFigures {
+    struct Write {
+        std::uint64_t time_ns = 0;  // board time
+        unsigned type = 0, code = 0;
+        int value = 0;
+    };
+    std::string device, node;  // node: empty while unplugged
+    std::vector<std::string> keysDown;
+    std::vector<unsigned> ledsLit;
+    std::vector<Write> writes;  // what clients wrote to the node
+};
+
 // Ends with the object: the daemon must end with 0 on SIGTERM and leave no socket behind, else the
 // running test fails.
 class Board {
@@ -56,8 +70,10 @@ class Board {
     // The same without the failure: for orders that shall be refused.
     rapidjson::Document tryOrder(const std::string& json);
 
-    void plug(const std::string& device);  // "camera", "display", "microphone", "output"
+    void plug(const std::string& device);  // "camera", "display", "microphone", "remote", ...
     void unplug(const std::string& device);
+    // Another device in the place of this one, or a further input device.
+    void plug(const std::string& device, const std::string& description);
     void stallCamera(bool stalled);
     void stall(const std::string& device, bool stalled);
     void holdFlips(bool held);
@@ -76,10 +92,16 @@ class Board {
     void xrun(const std::string& device);
     void suspend(const std::string& device, bool brief = false);
     void grant(const std::string& device, std::uint32_t rate, std::uint32_t period);  // 0: any
-    void failOpenings(const std::string& device, int error, unsigned count = 1);  // 0: all
+    void failOpenings(const std::string& device, int error, unsigned count = 1);      // 0: all
     void hear(const std::string& source);  // a generator or a media file
     void recordSound(const std::string& path);
     std::uint64_t stopSound();  // frames in the file
+    // A key ("W") goes down or up; the board time of that, in ns. `device` empty: the remote.
+    std::uint64_t press(const std::string& key, const std::string& device = "");
+    std::uint64_t release(const std::string& key, const std::string& device = "");
+    // Down now, up after `duration` of board time: returns then.
+    void hold(const std::string& key, Milliseconds duration, const std::string& device = "");
+    InputFigures input(const std::string& device);
     void resetFigures();
     CameraFigures camera();
     DisplayFigures display();

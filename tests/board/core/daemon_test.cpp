@@ -99,7 +99,8 @@ TEST_F(WholeBoard, CameraPlugs) {
     EXPECT_EQ(cameraNode(), "");
     expectOk(R"({"order": "plug", "device": "camera", "description": "synthetic-yuyv"})");
     EXPECT_EQ(cameraNode(), "/dev/video0");
-    expectError(R"({"order": "plug", "device": "mouse"})", "must be camera, display, microphone or output");
+    expectError(R"({"order": "plug", "device": "mouse"})",
+                "must be camera, display, microphone, output or an input device");
 }
 
 TEST_F(WholeBoard, ReplugWhileTheOldNodeIsHeldTakesTheNextNumber) {
