@@ -103,8 +103,8 @@ TEST(AvcUnits, CarryTheStampOfThePacketTheyBeginIn) {
 
 TEST(AvcUnits, DoNotGrowWithoutEnd) {
     AccessUnits units;
-    const Bytes noise(1 << 20, 0x55);
-    for (int i = 0; i < 40; ++i) {
+    const Bytes noise(3 << 20, 0x55);
+    for (int i = 0; i < 7; ++i) {
         units.push(noise.data(), noise.size(), 0, true);
     }
     units.end();

@@ -9,7 +9,7 @@
 namespace client {
 namespace {
 
-constexpr std::size_t packetBytes = 4U << 20;
+constexpr std::size_t packetBytes = 1U << 20;
 constexpr RK_S64 patience_ms = 60000;
 
 struct Chroma {
@@ -100,7 +100,8 @@ bool Mjpeg::send(const coded::Bytes& jpeg, RK_S64 pts) {
     if (jpeg.size() > packetBytes) {
         return false;
     }
-    if (!jpeg.empty()) {
+    // The same again may be sent while the first is still under way.
+    if (!jpeg.empty() && std::memcmp(memory, jpeg.data(), jpeg.size()) != 0) {
         std::memcpy(memory, jpeg.data(), jpeg.size());
     }
     mpp_packet_set_pos(packet, memory);

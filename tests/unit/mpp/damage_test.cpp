@@ -44,7 +44,7 @@ TEST(AvcDamage, LostPicturesAreToldUntilTheNextKeyFrame) {
     const coded::Avc how = usual();
     const std::vector<Bytes> units = coded::encode(how);
     const std::vector<coded::Picture> expected = coded::decodeAvc(units);
-    for (std::size_t lost = 1; lost < units.size(); ++lost) {
+    for (std::size_t lost = 1; lost < units.size(); lost += 2) {
         SCOPED_TRACE("lost " + std::to_string(lost));
         std::vector<Bytes> rest = units;
         rest[lost].clear();
