@@ -115,7 +115,7 @@ class ObsBot final : public TaskBase {
     RemoteEnd followRemote(int receiver, const std::string& path);
     bool handleKey(unsigned int key);
     void toggleMotion(std::int32_t action, std::int32_t stop);
-    void pauseWhileRunning(int milliseconds) const;
+    void pausePeriods(int count) const;
 
     void enumerateControls(int camera);
     void takeRange(const char* name, const v4l2_query_ext_ctrl& control);

@@ -8,7 +8,6 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
@@ -20,8 +19,8 @@ constexpr int remoteCpus = 2;  // CPU 1
 constexpr int inputNodes = 10;
 constexpr char receiverName[] = "NYFZ USB DONGLE";
 constexpr int ledCodes = 15;
-constexpr int searchPause_ms = 1000;
-constexpr int pollPeriod_ms = 50;  // also how soon a stopped task is noticed
+constexpr std::chrono::microseconds pollPeriod_us(50000);  // a stopped task is noticed this soon
+constexpr int searchPause = 20;                            // poll periods: a second
 
 static_assert(sizeof(input_event) == 24);
 
@@ -86,14 +85,14 @@ int ObsBot::svc() {
     while (running != 0 && end == RemoteEnd::disconnected) {
         const std::string path = findReceiver();
         if (path.empty()) {
-            pauseWhileRunning(searchPause_ms);
+            pausePeriods(searchPause);
             continue;
         }
         UniqueFd receiver(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
         if (!receiver.valid()) {
             // The first refusal is followed by a search at once, a lasting one must not spin.
             if (refused) {
-                pauseWhileRunning(pollPeriod_ms);
+                pausePeriods(1);
             }
             refused = true;
             continue;
@@ -127,7 +126,7 @@ ObsBot::RemoteEnd ObsBot::followRemote(int receiver, const std::string& path) {
             if (gone || access(path.c_str(), F_OK) != 0) {
                 return RemoteEnd::disconnected;
             }
-            pauseWhileRunning(pollPeriod_ms);
+            pausePeriods(1);
         } else if (event.type == EV_MSC && event.code == MSC_SCAN) {
             scanSeen = true;
         } else if (event.type == EV_KEY && scanSeen) {
@@ -178,11 +177,8 @@ void ObsBot::toggleMotion(std::int32_t action, std::int32_t stop) {
     lastAction = action;
 }
 
-void ObsBot::pauseWhileRunning(int milliseconds) const {
-    using namespace std::chrono;
-    const auto until = steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    for (auto now = steady_clock::now(); running != 0 && now < until; now = steady_clock::now()) {
-        const auto slice = std::chrono::milliseconds(pollPeriod_ms);
-        std::this_thread::sleep_for(std::min<nanoseconds>(until - now, slice));
+void ObsBot::pausePeriods(int count) const {
+    for (int period = 0; period < count && running != 0; ++period) {
+        std::this_thread::sleep_for(pollPeriod_us);
     }
 }
