@@ -17,11 +17,7 @@ std::unique_ptr<Decoder> makeDecoder(MppCodingType coding, Channel& channel) {
     if (coding == MPP_VIDEO_CodingMJPEG) {
         return std::make_unique<TaskDecoder>(channel);
     }
-    auto decoder = std::make_unique<StreamDecoder>(channel);
-    if (!decoder->open()) {
-        return nullptr;
-    }
-    return decoder;
+    return std::make_unique<StreamDecoder>(channel);
 }
 
 // Takes the parameter's value, as a command that has one does.
@@ -67,11 +63,10 @@ MPP_RET Context::init(MppCtxType type, MppCodingType coding) {
         return MPP_NOK;
     }
     auto made = makeDecoder(coding, channel_);
-    if (!made) {
-        return MPP_ERR_VPU_CODEC_INIT;
-    }
     try {
-        made->start();
+        if (!made->start()) {
+            return MPP_ERR_VPU_CODEC_INIT;
+        }
     } catch (const std::system_error&) {
         return MPP_ERR_FATAL_THREAD;
     }

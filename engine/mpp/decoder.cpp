@@ -26,7 +26,21 @@ void Channel::countPacket(std::size_t bytes) {
     counts.bytesIn += bytes;
 }
 
-void Decoder::start() {
+void Decoder::run() {
+    pthread_setname_np(pthread_self(), "mpp_decoder");
+    runWhereTheProgramMay();
+    const bool prepared = prepare();
+    {
+        const std::lock_guard<std::mutex> lock(channel_.doorbell->mutex);
+        state_ = prepared ? State::working : State::failed;
+        channel_.doorbell->bell.notify_all();
+    }
+    if (prepared) {
+        work();
+    }
+}
+
+bool Decoder::start() {
     // Signals are the program's: none of its handlers runs on this thread.
     sigset_t all;
     sigset_t before;
@@ -36,11 +50,15 @@ void Decoder::start() {
         const sigset_t* mask;
         ~Restore() { pthread_sigmask(SIG_SETMASK, mask, nullptr); }
     } const restore{&before};
-    thread_ = std::thread([this] {
-        pthread_setname_np(pthread_self(), "mpp_decoder");
-        runWhereTheProgramMay();
-        work();
-    });
+    thread_ = std::thread([this] { run(); });
+    std::unique_lock<std::mutex> lock(channel_.doorbell->mutex);
+    channel_.doorbell->bell.wait(lock, [this] { return state_ != State::starting; });
+    lock.unlock();
+    if (state_ == State::failed) {
+        thread_.join();
+        return false;
+    }
+    return true;
 }
 
 void Decoder::join() {

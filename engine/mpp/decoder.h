@@ -19,8 +19,8 @@ class Decoder {
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
 
-    // Starts the decoder's thread. Throws std::system_error.
-    void start();
+    // Starts the decoder's thread; false when it could not prepare(). Throws std::system_error.
+    bool start();
     // After the channel was set to end.
     void join();
 
@@ -38,12 +38,18 @@ class Decoder {
     virtual RK_U32 waitsFor() const = 0;
 
   protected:
+    // On the decoder's thread, before work(): threads that this starts are like it.
+    virtual bool prepare() { return true; }
     // The decoder's thread; returns once the channel is ending.
     virtual void work() = 0;
 
     Channel& channel_;
 
   private:
+    void run();
+
+    enum class State { starting, working, failed };
+    State state_ = State::starting;  // guarded by the channel's lock
     std::thread thread_;
 };
 

@@ -20,9 +20,6 @@ class StreamDecoder : public Decoder {
     static constexpr std::size_t framesThatWait = 32;
 
     using Decoder::Decoder;
-    // False when libavcodec cannot.
-    bool open() { return avc_.open(); }
-
     MPP_RET put(const Packet& packet) override;
     MPP_RET get(Frame*& frame) override;
     MPP_RET reset() override;
@@ -39,6 +36,7 @@ class StreamDecoder : public Decoder {
         bool split = false;
     };
 
+    bool prepare() override { return avc_.open(); }
     void work() override;
     // The steps of the decoder's thread. False when a reset or the end came in between.
     bool decode(const Data& data);
