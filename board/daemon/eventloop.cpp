@@ -153,6 +153,7 @@ void EventLoop::run() {
         }
         runDueTimers();
     }
+    stopping_ = false;  // it can run again
 }
 
 }  // namespace board

@@ -33,7 +33,7 @@ class EventLoop {
     // Thread-safe: runs `work` on the loop's thread.
     void post(std::function<void()> work);
 
-    // Runs until stop(). stop() is thread-safe and async-signal-safe.
+    // Runs until stop(), also several times. stop() is thread-safe and async-signal-safe.
     void run();
     void stop();
 

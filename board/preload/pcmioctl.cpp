@@ -35,6 +35,11 @@ long await(int fd, short events, std::int64_t until) {
     return ready < 0 ? ready : 0;
 }
 
+bool isOfState(long error) {
+    return error == -EAGAIN || error == -EPIPE || error == -ESTRPIPE || error == -ENODEV ||
+           error == -EBADFD || error == -EINTR;
+}
+
 // Moves frames until all are moved, or until no more can be without a wait that nobody wants.
 long moveFrames(Handle& handle, int fd, std::uint32_t request, snd_xferi& whole) {
     const short events = request == std::uint32_t(SNDRV_PCM_IOCTL_WRITEI_FRAMES) ? POLLOUT : POLLIN;
@@ -52,6 +57,9 @@ long moveFrames(Handle& handle, int fd, std::uint32_t request, snd_xferi& whole)
             if (result == 0)
                 continue;
         }
+        // What the stream's state says can wait for the next call; a failure cannot.
+        if (result < 0 && !isOfState(result))
+            moved = 0;
         moved += result > 0 ? std::uint64_t(result) : 0;
         if (result <= 0 || moved == whole.frames) {
             whole.result = moved > 0 ? snd_pcm_sframes_t(moved) : result;

@@ -172,6 +172,8 @@ void HardwareSpace::applyLimits(snd_pcm_hw_params& params) const {
     limit(SNDRV_PCM_HW_PARAM_SAMPLE_BITS, 1, UINT_MAX);
     limit(SNDRV_PCM_HW_PARAM_FRAME_BITS, 1, UINT_MAX);
     limit(SNDRV_PCM_HW_PARAM_CHANNELS, 1, UINT_MAX);
+    // Whole frames a period and whole periods a buffer, as engines that move memory need it.
+    limit(SNDRV_PCM_HW_PARAM_PERIOD_SIZE, 1, UINT_MAX);
     limit(SNDRV_PCM_HW_PARAM_PERIOD_BYTES, limits_.periodBytesMin, limits_.periodBytesMax);
     limit(SNDRV_PCM_HW_PARAM_PERIODS, limits_.periodsMin, limits_.periodsMax);
     limit(SNDRV_PCM_HW_PARAM_BUFFER_SIZE, 1, UINT_MAX);

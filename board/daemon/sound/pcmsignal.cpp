@@ -66,13 +66,15 @@ void PcmSignal::drain() {
     takeAll(playback_ ? peer_ : client_);
 }
 
-void PcmSignal::notify() {
+void PcmSignal::notify(bool ready) {
+    if (playback_)
+        setReady(ready);
     // A byte that arrives raises the signal. It stays only where it means "readable".
-    if (!playback_)
-        takeAll(client_);
+    takeAll(client_);
     put(peer_);
-    if (playback_ || !ready_)
+    if (playback_ || !ready)
         takeAll(client_);
+    ready_ = ready;
 }
 
 }  // namespace board

@@ -16,8 +16,8 @@ class PcmSignal {
 
     void setReady(bool ready);
     bool ready() const { return ready_; }
-    // The asynchronous notification, whether something is ready or not.
-    void notify();
+    // The same with one asynchronous notification, whether something is ready or not.
+    void notify(bool ready);
 
   private:
     void fill();

@@ -348,7 +348,7 @@ void PcmStream::disconnect() {
         return;
     update();
     stop(SNDRV_PCM_STATE_DISCONNECTED, "unplug");
-    signal_.notify();
+    signal_.notify(true);
 }
 
 void PcmStream::clockChanging() {

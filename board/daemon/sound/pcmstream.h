@@ -114,6 +114,7 @@ class PcmStream {
     void update();
     void advance(std::int64_t frames);
     void moveThroughRing(std::int64_t frames);
+    void passOver(std::int64_t frames);
     void pastPeriod();
     void report(const char* what);
     void checkBounds();

@@ -39,25 +39,26 @@ void PcmStream::update() {
 }
 
 void PcmStream::advance(std::int64_t frames) {
-    // Of what a late board missed only the last ring can still be read.
-    const std::int64_t lost =
-        playback_ ? 0 : std::max<std::int64_t>(frames - format_.bufferFrames, 0);
-    if (lost > 0) {
-        parts_.end.skip(std::uint64_t(lost));
-        hardware_ = (hardware_ + Frames(lost)) % boundary_;
-        done_ += lost;
-        parts_.figures.frames += std::uint64_t(lost);
-    }
     const std::int64_t period = format_.periodFrames;
-    for (std::int64_t left = frames - lost; left > 0;) {
+    for (std::int64_t left = frames; left > 0;) {
         const std::int64_t step = std::min(left, period - done_ % period);
-        moveThroughRing(step);
+        // Of what a late board missed only the last ring can still be read.
+        if (!playback_ && left - step >= format_.bufferFrames)
+            passOver(step);
+        else
+            moveThroughRing(step);
         done_ += step;
         left -= step;
         if (done_ % period == 0)
             pastPeriod();
     }
     mostAvailable_ = std::max(mostAvailable_, available());
+}
+
+void PcmStream::passOver(std::int64_t frames) {
+    parts_.end.skip(std::uint64_t(frames));
+    parts_.figures.frames += std::uint64_t(frames);
+    hardware_ = (hardware_ + Frames(frames)) % boundary_;
 }
 
 void PcmStream::pastPeriod() {
@@ -131,8 +132,8 @@ void PcmStream::interrupt() {
         const std::int64_t period = format_.periodFrames;
         nextInterrupt_ = (done_ / period + 1) * period;
     }
+    signal_.notify(pollReady());
     refresh();
-    signal_.notify();
     if (running())
         arm();
 }
