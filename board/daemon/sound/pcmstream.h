@@ -61,6 +61,8 @@ class PcmStream {
     const SoundFormat& format() const { return format_; }
     int clientDescriptor() const { return signal_.clientDescriptor(); }
 
+    void catchUp();  // pointers, state and figures are those of this moment
+
     int setHardware(snd_pcm_hw_params& params);
     int freeHardware();
     int setSoftware(snd_pcm_sw_params& params);

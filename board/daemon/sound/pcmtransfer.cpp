@@ -38,6 +38,11 @@ void PcmStream::update() {
     checkBounds();
 }
 
+void PcmStream::catchUp() {
+    update();
+    refresh();
+}
+
 void PcmStream::advance(std::int64_t frames) {
     const std::int64_t period = format_.periodFrames;
     for (std::int64_t left = frames; left > 0;) {

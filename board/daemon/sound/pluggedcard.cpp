@@ -79,6 +79,11 @@ void PluggedCard::breakOff() {
         handle->stream().breakOff();
 }
 
+void PluggedCard::catchUp() {
+    for (PcmHandle* handle : streams_)
+        handle->stream().catchUp();
+}
+
 void PluggedCard::setClock(const std::function<void(CardClock&)>& change) {
     for (PcmHandle* handle : streams_)
         handle->stream().clockChanging();

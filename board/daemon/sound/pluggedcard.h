@@ -35,6 +35,7 @@ class PluggedCard : public std::enable_shared_from_this<PluggedCard> {
     void wake(bool goOn);  // goOn: suspended streams go on by themselves
     void breakOff();
     void setClock(const std::function<void(CardClock&)>& change);
+    void catchUp();
     // The open stream of a direction, or null.
     const PcmStream* stream(bool playback) const;
 

@@ -150,6 +150,8 @@ void SoundCard::stopRecording(const Recorded& done) {
 }
 
 SoundFigures SoundCard::figures(bool playback) const {
+    if (plugged())
+        impl_->current->catchUp();
     const StreamFigures& counted = playback ? impl_->state->played : impl_->state->recorded;
     SoundFigures figures;
     figures.frames = counted.frames;

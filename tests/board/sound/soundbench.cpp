@@ -97,7 +97,8 @@ Rig::Rig(bool playback, std::uint32_t speed, bool resume)
         playback);
 }
 
-void Rig::prepare() {
+void Rig::prepare(std::uint32_t periods) {
+    buffer = periods * period;
     snd_pcm_hw_params params = anyParameters();
     params.masks[SNDRV_PCM_HW_PARAM_ACCESS] = {};
     params.masks[SNDRV_PCM_HW_PARAM_ACCESS].bits[0] = 1U << SNDRV_PCM_ACCESS_RW_INTERLEAVED;

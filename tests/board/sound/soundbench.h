@@ -61,10 +61,13 @@ inline void set(snd_pcm_hw_params& params, int parameter, std::uint32_t value) {
     set(params, parameter, value, value);
 }
 
-// A stream of stereo S16 at 48 kHz with periods of 480 frames (10 ms), four of them.
+constexpr std::uint32_t period = 480;
+
+// A stream of stereo S16 at 48 kHz with periods of 480 frames (10 ms). Many of them, where a busy
+// machine must not make an under-run.
 struct Rig {
     explicit Rig(bool playback, std::uint32_t speed = 1, bool resume = true);
-    void prepare();
+    void prepare(std::uint32_t periods = 100);
     std::int64_t write(std::size_t frames) {
         std::vector<std::uint8_t> data(frames * 4, 7);
         return stream->transfer(data.data(), frames, false);
@@ -81,10 +84,9 @@ struct Rig {
     board::StreamFigures figures;
     board::HardwareSpace space;
     std::uint32_t bits = 0;
+    std::uint32_t buffer = 0;  // frames
     std::vector<std::uint8_t> heard;
     std::unique_ptr<board::PcmStream> stream;
 };
-
-constexpr std::uint32_t period = 480, buffer = 4 * period;
 
 }  // namespace soundbench

@@ -11,7 +11,6 @@
 
 namespace {
 
-using soundbench::buffer;
 using soundbench::period;
 using soundbench::Rig;
 
@@ -68,7 +67,7 @@ TEST(Capture, ReadStartsIt) {
 
 TEST(Capture, UnreadPeriodsAreAnOverrun) {
     Rig rig(false);
-    rig.prepare();
+    rig.prepare(4);
     ASSERT_EQ(rig.stream->start(), 0);
     ASSERT_TRUE(rig.bench.runUntil([&] { return rig.stream->state() == SNDRV_PCM_STATE_XRUN; }));
     EXPECT_EQ(rig.figures.xruns, 1u);
@@ -84,13 +83,13 @@ TEST(Capture, UnreadPeriodsAreAnOverrun) {
 
 TEST(Capture, FreeRunningGoesOnWhenUnread) {
     Rig rig(false);
-    rig.prepare();
+    rig.prepare(4);
     snd_pcm_sw_params software{};
     software.avail_min = period;
     software.start_threshold = 1;
     software.stop_threshold = LONG_MAX;
     ASSERT_EQ(rig.stream->setSoftware(software), 0);
-    EXPECT_GT(software.boundary, snd_pcm_uframes_t(buffer));
+    EXPECT_GT(software.boundary, snd_pcm_uframes_t(rig.buffer));
     ASSERT_EQ(rig.stream->start(), 0);
     ASSERT_TRUE(rig.bench.runUntil([&] { return rig.figures.periods >= 6; }));
     EXPECT_EQ(rig.stream->state(), SNDRV_PCM_STATE_RUNNING);
@@ -99,7 +98,7 @@ TEST(Capture, FreeRunningGoesOnWhenUnread) {
 
 TEST(Playback, PlaysWhatIsWrittenAndNothingElse) {
     Rig rig(true);
-    rig.prepare();
+    rig.prepare(4);
     EXPECT_EQ(rig.stream->start(), -EPIPE);  // nothing to play
     EXPECT_TRUE(rig.readable(POLLOUT));
     EXPECT_EQ(rig.write(2 * period), 2 * period);
@@ -115,7 +114,7 @@ TEST(Playback, PlaysWhatIsWrittenAndNothingElse) {
 TEST(Playback, FullRingIsNotWritable) {
     Rig rig(true);
     rig.prepare();
-    EXPECT_EQ(rig.write(10 * period), buffer);
+    EXPECT_EQ(rig.write(rig.buffer + period), rig.buffer);
     EXPECT_FALSE(rig.readable(POLLOUT));
     ASSERT_TRUE(rig.bench.runUntil([&] { return rig.readable(POLLOUT); }));
     EXPECT_GE(rig.figures.periods, 1u);
@@ -126,12 +125,12 @@ TEST(Playback, StartThresholdHoldsTheStart) {
     rig.prepare();
     snd_pcm_sw_params software{};
     software.avail_min = period;
-    software.start_threshold = buffer;
-    software.stop_threshold = buffer;
+    software.start_threshold = rig.buffer;
+    software.stop_threshold = rig.buffer;
     ASSERT_EQ(rig.stream->setSoftware(software), 0);
     EXPECT_EQ(rig.write(period), period);
     EXPECT_EQ(rig.stream->state(), SNDRV_PCM_STATE_PREPARED);
-    EXPECT_EQ(rig.write(buffer), buffer - period);
+    EXPECT_EQ(rig.write(rig.buffer), rig.buffer - period);
     EXPECT_EQ(rig.stream->state(), SNDRV_PCM_STATE_RUNNING);
 }
 
@@ -157,14 +156,14 @@ TEST(Capture, DrainLeavesWhatWasHeard) {
     ASSERT_TRUE(rig.bench.runUntil([&] { return rig.readable(POLLIN); }));
     EXPECT_EQ(rig.stream->drain(), 0);
     EXPECT_EQ(rig.stream->state(), SNDRV_PCM_STATE_DRAINING);
-    EXPECT_GE(rig.read(buffer), std::int64_t(period));
+    EXPECT_GE(rig.read(rig.buffer), std::int64_t(period));
     EXPECT_EQ(rig.stream->state(), SNDRV_PCM_STATE_SETUP);
 }
 
 TEST(Playback, PauseStopsTheClockOfTheStream) {
     Rig rig(true);
     rig.prepare();
-    rig.write(buffer);
+    rig.write(rig.buffer);
     ASSERT_TRUE(rig.bench.runUntil([&] { return rig.figures.periods >= 1; }));
     ASSERT_EQ(rig.stream->pause(true), 0);
     EXPECT_EQ(rig.stream->pause(true), -EBADFD);
@@ -180,7 +179,7 @@ TEST(Streams, SuspendAndResume) {
     for (const bool able : {true, false}) {
         Rig rig(true, 1, able);
         rig.prepare();
-        rig.write(buffer);
+        rig.write(rig.buffer);
         rig.stream->suspend();
         EXPECT_EQ(rig.write(1), -ESTRPIPE);
         snd_pcm_sframes_t delay = 0;
@@ -241,7 +240,7 @@ TEST(Streams, HostilePointersStayInside) {
         pointers.flags = SNDRV_PCM_SYNC_PTR_APPL | SNDRV_PCM_SYNC_PTR_AVAIL_MIN;
         ASSERT_EQ(rig.stream->pointers(pointers), 0);
         for (const snd_pcm_uframes_t wild :
-             {snd_pcm_uframes_t(3 * buffer + 1), snd_pcm_uframes_t(LONG_MAX) - buffer,
+             {snd_pcm_uframes_t(3 * rig.buffer + 1), snd_pcm_uframes_t(LONG_MAX) - rig.buffer,
               snd_pcm_uframes_t(1) << 62, snd_pcm_uframes_t(LONG_MAX), ~snd_pcm_uframes_t(0)}) {
             pointers = {};
             pointers.c.control.appl_ptr = wild;
@@ -253,9 +252,9 @@ TEST(Streams, HostilePointersStayInside) {
             rig.stream->rewind(wild);
             rig.stream->forward(wild);
             if (playback)
-                rig.write(2 * buffer);
+                rig.write(2 * rig.buffer);
             else
-                rig.read(2 * buffer);
+                rig.read(2 * rig.buffer);
             snd_pcm_status status{};
             rig.stream->status(status);
         }
@@ -269,15 +268,15 @@ TEST(Streams, RewindAndForward) {
     snd_pcm_sw_params software{};
     software.avail_min = period;
     software.start_threshold = LONG_MAX;
-    software.stop_threshold = buffer;
+    software.stop_threshold = rig.buffer;
     ASSERT_EQ(rig.stream->setSoftware(software), 0);
     rig.write(3 * period);
     EXPECT_EQ(rig.stream->rewind(period), period);
-    EXPECT_EQ(rig.stream->rewind(10 * buffer), 2 * period);
-    EXPECT_EQ(rig.stream->forward(10 * buffer), buffer);
+    EXPECT_EQ(rig.stream->rewind(10 * rig.buffer), 2 * period);
+    EXPECT_EQ(rig.stream->forward(10 * rig.buffer), rig.buffer);
     snd_pcm_sframes_t delay = 0;
     EXPECT_EQ(rig.stream->delay(delay), 0);
-    EXPECT_EQ(delay, buffer);
+    EXPECT_EQ(delay, rig.buffer);
 }
 
 TEST(Streams, TimesOfPeriodsFollowTheCardsClock) {
@@ -298,7 +297,7 @@ TEST(Streams, TimesOfPeriodsFollowTheCardsClock) {
 TEST(Streams, StandstillAndChangeOfClock) {
     Rig rig(true);
     rig.prepare();
-    rig.write(buffer);
+    rig.write(rig.buffer);
     ASSERT_TRUE(rig.bench.runUntil([&] { return rig.figures.frames >= period; }));
     rig.stream->clockChanging();
     rig.clock.setStopped(true);
