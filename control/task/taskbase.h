@@ -55,6 +55,9 @@ class TaskBase {
     static timeval lastTime;
 
   protected:
+    // The threads that activate started, in that order. Owner's thread only.
+    const std::deque<pthread_t>& startedThreads() const { return threadIds; }
+
     std::atomic<int> running{0};           // 1 while the threads shall keep looping
     std::atomic<int> waitTimeout_ms{100};  // for the getq calls of svc()
 
