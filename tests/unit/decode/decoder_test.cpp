@@ -1,4 +1,6 @@
 // The decoder table and the decoder for raw frames.
+#include "control/decode/decoder_h264_mpp.h"
+#include "control/decode/decoder_mjpeg_mpp.h"
 #include "control/decode/decoder_rawvideo.h"
 
 #include "control/convert/rkrga.h"
@@ -64,6 +66,23 @@ TEST(DecoderTable, FindsTheRawDecoderByFourccKindAndName) {
         EXPECT_EQ(printedBy([&] { decoder = find(yuyv, 0, name); }),
                   "find decoder dev is RawVideoYUYV\n");
         EXPECT_NE(dynamic_cast<Decoder_Rawvideo*>(decoder.get()), nullptr);
+        printedBy([&] { decoder.reset(); });
+    }
+}
+
+TEST(DecoderTable, FindsTheHardwareDecoders) {
+    for (const std::string& name : {std::string(), std::string("Mjpeg")}) {
+        Decoder decoder;
+        EXPECT_EQ(printedBy([&] { decoder = find(static_cast<int>(fourccOf("MJPG")), 0, name); }),
+                  "find decoder dev is Mjpeg\n");
+        EXPECT_NE(dynamic_cast<Decoder_MJPEG_MPP*>(decoder.get()), nullptr);
+        printedBy([&] { decoder.reset(); });
+    }
+    for (const std::string& name : {std::string(), std::string("H264Mpp")}) {
+        Decoder decoder;
+        EXPECT_EQ(printedBy([&] { decoder = find(static_cast<int>(fourccOf("H264")), 0, name); }),
+                  "find decoder dev is H264Mpp\n");
+        EXPECT_NE(dynamic_cast<Decoder_H264_MPP*>(decoder.get()), nullptr);
         printedBy([&] { decoder.reset(); });
     }
 }
