@@ -11,9 +11,9 @@
 
 namespace support {
 
-const std::vector<std::string> pipelineThreads = {"CaptureMedia",  "Decoder_Rawvide",
-                                                  "ShowControl",   "Captureaudio",
-                                                  "PlaybackAudio", "resamplePlay"};
+const std::vector<std::string> pipelineThreads = {"CaptureMedia", "Decoder_Rawvide", "ShowControl",
+                                                  "Captureaudio", "PlaybackAudio",   "resamplePlay",
+                                                  "ObsBot"};
 
 namespace {
 
