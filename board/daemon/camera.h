@@ -2,6 +2,7 @@
 #pragma once
 
 #include "board/daemon/board.h"
+#include "board/daemon/camera/toldlist.h"
 #include "board/daemon/scenario.h"
 #include "board/media/payloaddamage.h"
 #include "board/media/stamp.h"
@@ -21,6 +22,13 @@ struct CameraFigures {
     Fraction interval;
     bool streaming = false;
     bool marked = true;  // the running stream's pictures carry a mark
+};
+
+// Where the camera looks and how it is.
+struct PtzState {
+    std::int64_t pan = 0, tilt = 0, zoom = 0;  // in units of the absolute controls
+    std::int64_t panSpeed = 0, tiltSpeed = 0, zoomSpeed = 0;
+    bool asleep = false, tracking = false;
 };
 
 class Camera {
@@ -57,6 +65,9 @@ class Camera {
     // A mark as seen on the screen with the number and time of its delivery; nothing when the
     // camera did not deliver it.
     std::optional<Stamp> delivered(const Stamp& stamp) const;
+    PtzState ptz() const;  // all zero while unplugged
+    // Everything it was told since the board began; see ToldList::since.
+    const ToldList& told() const;
     CameraFigures figures() const;
     unsigned openHandles() const;  // descriptors that clients hold, unplugged ones included
 

@@ -206,6 +206,8 @@ CameraDescription readCamera(const JsonPlace& place) {
     object.with("busInfo", [&](const JsonPlace& p) { camera.busInfo = p.text(nameLength); });
     object.with("version", [&](const JsonPlace& p) { camera.version = readVersion(p); });
     object.with("recording", [&](const JsonPlace& p) { camera.recording = p.text(4095); });
+    object.with("ptz", [&](const JsonPlace& p) { camera.ptz = readPtz(p); });
+    object.with("extensionUnits", [&](const JsonPlace& p) { camera.units = readUnits(p); });
     // Where the listing comes from: for the reader of the file, nothing for the board.
     object.with("source", [](const JsonPlace& p) { p.text(4095); });
     for (const JsonPlace& format : object.get("formats").items(mostEntries))

@@ -3,6 +3,7 @@
 #include "board/daemon/coreorders.h"
 #include "board/daemon/deviceorders.h"
 #include "board/daemon/inputorders.h"
+#include "board/daemon/ptzorders.h"
 #include "board/daemon/reportorders.h"
 #include "board/daemon/soundorders.h"
 
@@ -19,6 +20,7 @@ Daemon::Daemon(EventLoop& loop, const std::string& folder, const Scenario& scena
     addDeviceOrders(orders_, rig_);
     addSoundOrders(orders_, rig_);
     addInputOrders(orders_, rig_);
+    addPtzOrders(orders_, rig_);
     orders_.addImmediate("figures", [this](JsonObject&) { return figures(); });
     orders_.addImmediate("state", [this](JsonObject&) { return state(); });
     orders_.add("quit", [this](JsonObject&, const OrderDone& done) {

@@ -6,6 +6,8 @@
 
 namespace board {
 
+PtzDescription readPtz(const JsonPlace& place);
+std::vector<ExtensionUnitDescription> readUnits(const JsonPlace& place);
 CameraDescription readCamera(const JsonPlace& place);
 DisplayDescription readDisplay(const JsonPlace& place);
 SoundDescription readSound(const JsonPlace& place);

@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::int64_t mostClockError = 100000;  // ppm
 constexpr std::size_t mostInputs = 16;
+constexpr char plainInput[] = "remote";
 constexpr char plainDisplay[] = "synthetic-1080p60";
 
 std::string& scenarioFolder() {
@@ -137,6 +138,7 @@ Scenario aroundCamera(const JsonPlace& place) {
     scenario.camera = readCamera(place);
     scenario.name = scenario.camera.name;
     scenario.display = loadDisplay(findDisplay(plainDisplay));
+    scenario.inputs = {loadInput(findInput(plainInput))};
     return scenario;
 }
 

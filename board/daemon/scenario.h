@@ -3,6 +3,7 @@
 #pragma once
 
 #include "board/daemon/inputdescription.h"
+#include "board/daemon/ptzdescription.h"
 #include "board/daemon/soundlimits.h"
 #include "board/media/encoding.h"
 
@@ -52,6 +53,8 @@ struct CameraDescription {
     std::uint32_t version = 0x060101;  // major.minor.patch in bytes
     std::vector<CameraFormat> formats;
     std::vector<CameraControl> controls;
+    PtzDescription ptz;
+    std::vector<ExtensionUnitDescription> units;
     std::string recording;  // media file; empty: the default recording
 };
 

@@ -28,6 +28,8 @@ constexpr OrderWord orderWords[] = {
     {"release", "key [device]", "the key goes up"},
     {"hold", "key #ms [device]", "the key goes down, and up MS milliseconds later"},
     {"inputs", "[device]", "the input devices: node, keys down, LEDs; of one: what clients wrote"},
+    {"ptz", "", "where the camera looks, how fast it moves, whether it sleeps or tracks"},
+    {"told", "[#from]", "everything the camera was told, with times; from: only number FROM and later"},
     {"modes", "%description", "the display becomes another one at once, by name or path"},
     {"flips", "action", "hold: page flips stay pending; go: they complete again"},
     {"lose-flip", "", "the next page flip completes, but its event never comes"},

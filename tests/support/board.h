@@ -36,6 +36,26 @@ struct SoundFigures {
     std::uint64_t frames = 0, periods = 0, starts = 0, xruns = 0, missing = 0;
 };
 
+// Where a pan-tilt-zoom camera looks and how it is.
+struct PtzFigures {
+    int pan = 0, tilt = 0, zoom = 0;
+    int panSpeed = 0, tiltSpeed = 0, zoomSpeed = 0;
+    bool asleep = false, tracking = false;
+};
+
+// Something that the camera was told.
+struct Told {
+    std::uint64_t time_ns = 0;  // board time
+    int result = 0;             // 0, or -errno of the call
+    std::string control;        // "0x009a0920"; empty: a write to an extension unit
+    int asked = 0, given = 0;   // a control's value, before and after the driver's limits
+    unsigned unit = 0, selector = 0;
+    std::string bytes;  // hexadecimal
+
+    // "0x009a0920=10" or "2/3:0100...", zeros at the end left out; with " error -N" after it.
+    std::string text() const;
+};
+
 // A remote's receiver or another input device.
 struct InputFigures {
     struct Write {
@@ -101,6 +121,8 @@ class Board {
     std::uint64_t release(const std::string& key, const std::string& device = "");
     // Down now, up after `duration` of board time: returns then.
     void hold(const std::string& key, Milliseconds duration, const std::string& device = "");
+    PtzFigures ptz();
+    std::vector<Told> told(std::uint64_t from = 0);  // number `from` and later
     InputFigures input(const std::string& device);
     void resetFigures();
     CameraFigures camera();

@@ -131,6 +131,30 @@ std::optional<Stamp> Camera::delivered(const Stamp& stamp) const {
     return impl_->state->numbers.resolve(stamp);
 }
 
+PtzState Camera::ptz() const {
+    PtzState state;
+    if (!plugged())
+        return state;
+    PluggedCamera& camera = *impl_->current;
+    camera.refreshPositions();
+    const auto valueOf = [&](std::uint32_t id) -> std::int64_t {
+        return camera.controls().exists(id) ? camera.controls().event({id, 0}).value : 0;
+    };
+    state.pan = valueOf(V4L2_CID_PAN_ABSOLUTE);
+    state.tilt = valueOf(V4L2_CID_TILT_ABSOLUTE);
+    state.zoom = valueOf(V4L2_CID_ZOOM_ABSOLUTE);
+    state.panSpeed = valueOf(V4L2_CID_PAN_SPEED);
+    state.tiltSpeed = valueOf(V4L2_CID_TILT_SPEED);
+    state.zoomSpeed = valueOf(V4L2_CID_ZOOM_CONTINUOUS);
+    state.asleep = camera.units().asleep();
+    state.tracking = camera.units().tracking();
+    return state;
+}
+
+const ToldList& Camera::told() const {
+    return impl_->state->told;
+}
+
 CameraFigures Camera::figures() const {
     CameraFigures figures;
     figures.delivered = impl_->state->delivered;

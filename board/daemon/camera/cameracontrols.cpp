@@ -132,6 +132,12 @@ bool CameraControls::isClass(std::uint32_t id) const {
     return found != items_.end() && found->second.control.type == ControlType::controlClass;
 }
 
+void CameraControls::store(std::uint32_t id, std::int64_t value) {
+    const auto found = items_.find(id);
+    if (found != items_.end())
+        found->second.control.value = value;
+}
+
 std::uint32_t CameraControls::flags(const Item& item) const {
     if (item.master == 0)
         return item.control.flags;

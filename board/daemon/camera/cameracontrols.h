@@ -32,6 +32,8 @@ class CameraControls {
     int extended(std::uint32_t request, v4l2_ext_controls& header,
                  std::vector<v4l2_ext_control>& items, std::vector<ControlChange>& changed);
 
+    // The camera says so itself: nobody is told.
+    void store(std::uint32_t id, std::int64_t value);
     bool exists(std::uint32_t id) const { return items_.count(id) != 0; }
     bool isClass(std::uint32_t id) const;
     // The event that says how the control stands now.

@@ -2,6 +2,7 @@
 
 #include "board/daemon/camera/pluggedcamera.h"
 
+#include <linux/uvcvideo.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -59,6 +60,7 @@ const std::map<std::uint32_t, CameraHandle::Entry>& CameraHandle::table() {
         {VIDIOC_G_EXT_CTRLS, {&H::extControls, false}},
         {VIDIOC_S_EXT_CTRLS, {&H::extControls, true}},
         {VIDIOC_TRY_EXT_CTRLS, {&H::extControls, false}},
+        {UVCIOC_CTRL_QUERY, {&H::queryUnit, false}},
         {VIDIOC_SUBSCRIBE_EVENT, {&H::with<v4l2_event_subscription, &H::subscribe>, false}},
         {VIDIOC_UNSUBSCRIBE_EVENT, {&H::with<v4l2_event_subscription, &H::unsubscribe>, false}},
         {VIDIOC_DQEVENT, {&H::dequeueEvent, false}},

@@ -71,6 +71,7 @@ class CameraHandle : public Handle {
     int getControl(v4l2_control& control);
     int setControl(v4l2_control& control);
     int extControls(IoctlCall& call);
+    int queryUnit(IoctlCall& call);
     int subscribe(v4l2_event_subscription& subscription);
     int unsubscribe(v4l2_event_subscription& subscription);
     int dequeueEvent(IoctlCall& call);

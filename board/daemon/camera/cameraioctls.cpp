@@ -3,6 +3,7 @@
 #include "board/daemon/camera/pluggedcamera.h"
 
 #include <fcntl.h>
+#include <linux/uvcvideo.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -113,12 +114,19 @@ int CameraHandle::queryMenu(v4l2_querymenu& entry) {
     return camera_->controls().menu(entry);
 }
 int CameraHandle::getControl(v4l2_control& control) {
+    camera_->refreshPositions();
     return camera_->controls().get(control);
 }
 
 int CameraHandle::setControl(v4l2_control& control) {
     std::vector<ControlChange> changed;
+    v4l2_ext_control asked{};
+    asked.id = control.id;
+    asked.value = control.value;
     const int result = camera_->controls().set(control, changed);
+    v4l2_ext_control given = asked;
+    given.value = control.value;
+    camera_->told({asked}, {given}, result);
     camera_->report(changed, *this);
     return result;
 }
@@ -131,12 +139,22 @@ int CameraHandle::extControls(IoctlCall& call) {
     if (items.size() != header.count)
         return -EINVAL;
     std::vector<ControlChange> changed;
+    const std::vector<v4l2_ext_control> asked = items;
+    camera_->refreshPositions();
     const int result = camera_->controls().extended(call.request, header, items, changed);
+    if (call.request == VIDIOC_S_EXT_CTRLS)
+        camera_->told(asked, items, result);
     camera_->report(changed, *this);
     call.store(header);
     if (!call.blocks.empty())
         call.blocks[0].replyWith(items);
     return result;
+}
+
+int CameraHandle::queryUnit(IoctlCall& call) {
+    if (call.blocks.empty())
+        return -EINVAL;
+    return camera_->queryUnit(call.load<uvc_xu_control_query>(), call.blocks[0]);
 }
 
 int CameraHandle::subscribe(v4l2_event_subscription& subscription) {

@@ -1,5 +1,7 @@
 #include "board/daemon/camera/framepump.h"
 
+#include <linux/videodev2.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -46,9 +48,7 @@ void FramePump::start(const FrameLoopWish& wish, Fraction interval) {
 }
 
 void FramePump::stop() {
-    if (timer_ != 0)
-        state_->board.loop().cancel(timer_);
-    timer_ = 0;
+    pause();
     running_ = false;
     frames_.reset();
     nextFrames_.reset();
@@ -65,13 +65,26 @@ bool FramePump::changeSize(std::uint32_t width, std::uint32_t height) {
     return true;
 }
 
-void FramePump::setStalled(bool stalled) {
-    if (!running_ || frames_ == nullptr)
-        return;
+void FramePump::pause() {
     if (timer_ != 0)
         state_->board.loop().cancel(timer_);
     timer_ = 0;
+}
+
+void FramePump::setStalled(bool stalled) {
+    if (!running_ || frames_ == nullptr)
+        return;
+    pause();
     if (!stalled)
+        begin();
+}
+
+void FramePump::setAsleep(bool asleep) {
+    if (asleep == asleep_)
+        return;
+    asleep_ = asleep;
+    pause();
+    if (!asleep && running_ && frames_ != nullptr)
         begin();
 }
 
@@ -96,7 +109,7 @@ void FramePump::framesReady(const FrameLoopWish& wish,
 }
 
 void FramePump::begin() {
-    if (state_->stalled)
+    if (state_->stalled || asleep_)
         return;
     start_ns_ = state_->board.clock().now_ns();
     next_ = 1;
@@ -146,8 +159,9 @@ void FramePump::fill(CameraBuffer& buffer, std::uint32_t frame) {
     buffer.time_ns = state_->board.clock().now_ns();
     const auto time_100us = std::uint32_t(buffer.time_ns / 100000);
     const std::uint32_t index = frame - first_;
-    const std::size_t length =
-        frames_->compose(index, {frame, time_100us}, buffer.data(), buffer.length());
+    const Stamp stamp{frame, time_100us};
+    const std::size_t length = frames_->compose(index, stamp, buffer.data(), buffer.length());
+    look(buffer, stamp);
     if (const std::optional<LoopPlace> place = frames_->place(index))
         state_->numbers.note(place->mark, {frame + std::uint32_t(place->ahead), time_100us});
     buffer.bytesUsed = std::uint32_t(std::min<std::size_t>(length, buffer.length()));
@@ -158,6 +172,19 @@ void FramePump::fill(CameraBuffer& buffer, std::uint32_t frame) {
         buffer.bytesUsed = std::min(state_->payloadBytes, buffer.length());
     }
     state_->payloads.add(wish_.fourcc, buffer.data(), buffer.bytesUsed);
+}
+
+// The mark is the board's own: it stays where it is, wherever the camera looks.
+void FramePump::look(CameraBuffer& buffer, const Stamp& stamp) {
+    const std::size_t bytes = std::size_t(wish_.width) * wish_.height * 2;
+    if (wish_.fourcc != V4L2_PIX_FMT_YUYV || !view_ || buffer.length() < bytes)
+        return;
+    const PictureView view = view_();
+    if (view.whole())
+        return;
+    showView(view, buffer.data(), wish_.width, wish_.height, scratch_);
+    if (stampRows * stampCell(wish_.width) <= wish_.height)
+        drawStampYuyv(buffer.data(), wish_.width * 2, wish_.width, stamp);
 }
 
 void FramePump::spoil(CameraBuffer& buffer, PayloadFault fault) {

@@ -5,6 +5,8 @@
 
 #include <linux/videodev2.h>
 
+#include <linux/usb/video.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
@@ -32,7 +34,11 @@ PluggedCamera::PluggedCamera(std::shared_ptr<CameraState> state,
       number_(number),
       formats_(description.formats),
       controls_(description.controls),
-      pump_(state_, queue_, [this] { refresh(); }) {}
+      motion_(description),
+      units_(description.units),
+      pump_(state_, queue_, [this] { refresh(); }) {
+    pump_.setView([this] { return motion_.view(now_ns()); });
+}
 
 PluggedCamera::~PluggedCamera() = default;
 
@@ -150,6 +156,48 @@ void PluggedCamera::report(const std::vector<ControlChange>& changed, const Came
         for (CameraHandle* handle : handles_)
             handle->controlChanged(change, event, now, handle == &by);
     }
+}
+
+void PluggedCamera::told(const std::vector<v4l2_ext_control>& asked,
+                         const std::vector<v4l2_ext_control>& items, int result) {
+    const std::int64_t now = now_ns();
+    for (std::size_t i = 0; i < asked.size() && i < items.size(); ++i) {
+        Told told;
+        told.time_ns = now;
+        told.result = result;
+        told.isControl = true;
+        told.id = items[i].id;
+        told.asked = asked[i].value;
+        told.given = items[i].value;
+        state_->told.add(told);
+        if (result == 0 && !units_.asleep())
+            motion_.set(items[i].id, items[i].value, now);
+    }
+}
+
+void PluggedCamera::refreshPositions() {
+    for (const std::uint32_t id :
+         {V4L2_CID_PAN_ABSOLUTE, V4L2_CID_TILT_ABSOLUTE, V4L2_CID_ZOOM_ABSOLUTE})
+        if (motion_.has(id))
+            controls_.store(id, motion_.position(id, now_ns()));
+}
+
+int PluggedCamera::queryUnit(const uvc_xu_control_query& query, NestedBlock& data) {
+    const int result = units_.query(query, data);
+    if (query.query != UVC_SET_CUR)
+        return result;
+    Told told;
+    told.time_ns = now_ns();
+    told.result = result;
+    told.unit = query.unit;
+    told.selector = query.selector;
+    told.bytes = data.sentAs<std::uint8_t>();
+    state_->told.add(told);
+    // A sleeping camera stands still and sends nothing.
+    if (units_.asleep())
+        motion_.stop(told.time_ns);
+    pump_.setAsleep(units_.asleep());
+    return result;
 }
 
 void PluggedCamera::closed(CameraHandle& handle) {

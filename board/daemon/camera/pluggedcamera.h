@@ -6,6 +6,8 @@
 #include "board/daemon/camera/bufferqueue.h"
 #include "board/daemon/camera/cameracontrols.h"
 #include "board/daemon/camera/cameraformats.h"
+#include "board/daemon/camera/cameramotion.h"
+#include "board/daemon/camera/extensionunits.h"
 #include "board/daemon/camera/framepump.h"
 
 #include <cstdint>
@@ -48,6 +50,15 @@ class PluggedCamera : public Device, public std::enable_shared_from_this<Plugged
     int streamOff(std::uint32_t type);
     void formatChosen();  // pictures of the new size are prepared
     void report(const std::vector<ControlChange>& changed, const CameraHandle& by);
+    // What clients set, also in vain: kept in the list, and the camera moves. `result` is the
+    // call's; `items` stand as the driver left them, `asked` as they came.
+    void told(const std::vector<v4l2_ext_control>& asked,
+              const std::vector<v4l2_ext_control>& items, int result);
+    // Positions as they are now, into the controls.
+    void refreshPositions();
+    int queryUnit(const uvc_xu_control_query& query, NestedBlock& data);
+    const CameraMotion& motion() const { return motion_; }
+    const ExtensionUnits& units() const { return units_; }
     std::int64_t now_ns() const { return state_->board.clock().now_ns(); }
 
     void refresh();  // what each descriptor reports: readable or not, streaming or not
@@ -62,6 +73,8 @@ class PluggedCamera : public Device, public std::enable_shared_from_this<Plugged
     bool gone_ = false;
     CameraFormats formats_;
     CameraControls controls_;
+    CameraMotion motion_;
+    ExtensionUnits units_;
     BufferQueue queue_;
     FramePump pump_;
     std::vector<CameraHandle*> handles_;
