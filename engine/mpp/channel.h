@@ -18,7 +18,6 @@ struct Settings {
     bool splitPackets = false;
     bool hideErrors = false;
     Ref<Group> group;              // where frames get their memory
-    unsigned groupsSet = 0;        // times that `group` was set
     unsigned changesAnswered = 0;  // times that an information change was acknowledged
 };
 

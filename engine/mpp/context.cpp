@@ -116,27 +116,45 @@ MPP_RET Context::setGroup(MppBufferGroup group) {
     return MPP_OK;
 }
 
+// The commands that set how long calls wait.
+MPP_RET Context::setTime(MpiCmd command, MppParam parameter) {
+    const bool ofInput = command == MPP_SET_INPUT_BLOCK || command == MPP_SET_INPUT_TIMEOUT ||
+                         command == MPP_SET_INTPUT_BLOCK_TIMEOUT;
+    const auto time = ofInput ? &Settings::inputTimeout : &Settings::outputTimeout;
+    if (command == MPP_SET_INPUT_BLOCK || command == MPP_SET_OUTPUT_BLOCK) {
+        return store<RK_U32>(channel_, parameter, [time](Settings& settings, RK_U32 block) {
+            settings.*time = block != 0 ? -1 : 0;
+        });
+    }
+    return store<RK_S64>(channel_, parameter,
+                         [time](Settings& settings, RK_S64 value) { settings.*time = value; });
+}
+
+MPP_RET Context::answerChange() {
+    const Guard lock(channel_.doorbell->mutex);
+    ++channel_.settings.changesAnswered;
+    channel_.doorbell->bell.notify_all();
+    return MPP_OK;
+}
+
+MPP_RET Context::tellBacklog(RK_S32* count) {
+    if (count == nullptr) {
+        return MPP_ERR_NULL_PTR;
+    }
+    const Guard lock(channel_.doorbell->mutex);
+    *count = decoder_ ? decoder_->backlog() : 0;
+    return MPP_OK;
+}
+
 MPP_RET Context::control(MpiCmd command, MppParam parameter) {
-    const auto blockTime = [](RK_U32 block) { return block != 0 ? RK_S64{-1} : RK_S64{0}; };
     switch (command) {
         case MPP_SET_INPUT_BLOCK:
-            return store<RK_U32>(channel_, parameter, [&](Settings& settings, RK_U32 value) {
-                settings.inputTimeout = blockTime(value);
-            });
         case MPP_SET_OUTPUT_BLOCK:
-            return store<RK_U32>(channel_, parameter, [&](Settings& settings, RK_U32 value) {
-                settings.outputTimeout = blockTime(value);
-            });
         case MPP_SET_INTPUT_BLOCK_TIMEOUT:
         case MPP_SET_INPUT_TIMEOUT:
-            return store<RK_S64>(channel_, parameter, [](Settings& settings, RK_S64 value) {
-                settings.inputTimeout = value;
-            });
         case MPP_SET_OUTPUT_BLOCK_TIMEOUT:
         case MPP_SET_OUTPUT_TIMEOUT:
-            return store<RK_S64>(channel_, parameter, [](Settings& settings, RK_S64 value) {
-                settings.outputTimeout = value;
-            });
+            return setTime(command, parameter);
         case MPP_DEC_SET_PARSER_SPLIT_MODE:
             return store<RK_U32>(channel_, parameter, [](Settings& settings, RK_U32 value) {
                 settings.splitPackets = value != 0;
@@ -147,20 +165,10 @@ MPP_RET Context::control(MpiCmd command, MppParam parameter) {
             });
         case MPP_DEC_SET_EXT_BUF_GROUP:
             return setGroup(parameter);
-        case MPP_DEC_SET_INFO_CHANGE_READY: {
-            const Guard lock(channel_.doorbell->mutex);
-            ++channel_.settings.changesAnswered;
-            channel_.doorbell->bell.notify_all();
-            return MPP_OK;
-        }
-        case MPP_DEC_GET_STREAM_COUNT: {
-            const Guard lock(channel_.doorbell->mutex);
-            if (parameter == nullptr) {
-                return MPP_ERR_NULL_PTR;
-            }
-            *static_cast<RK_S32*>(parameter) = decoder_ ? decoder_->backlog() : 0;
-            return MPP_OK;
-        }
+        case MPP_DEC_SET_INFO_CHANGE_READY:
+            return answerChange();
+        case MPP_DEC_GET_STREAM_COUNT:
+            return tellBacklog(static_cast<RK_S32*>(parameter));
         case MPP_DEC_QUERY:
             return parameter != nullptr ? query(*static_cast<MppDecQueryCfg*>(parameter))
                                         : MPP_ERR_NULL_PTR;

@@ -28,6 +28,9 @@ class Context : public Handle {
   private:
     MPP_RET query(MppDecQueryCfg& answer);
     MPP_RET setGroup(MppBufferGroup group);
+    MPP_RET setTime(MpiCmd command, MppParam parameter);
+    MPP_RET answerChange();
+    MPP_RET tellBacklog(RK_S32* count);
 
     MppApi api_;
     std::mutex initMutex_;

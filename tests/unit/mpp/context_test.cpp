@@ -137,6 +137,8 @@ TEST(MppContext, SettingsBeforeTheBeginningCount) {
     EXPECT_EQ(mpi->decode_get_frame(ctx, &frame), MPP_ERR_TIMEOUT);
     EXPECT_GE(millisecondsSince(start), 39);
     RK_U32 block = 0;
+    RK_U32 wait = 1;
+    EXPECT_EQ(mpi->control(ctx, MPP_SET_INPUT_BLOCK, &wait), MPP_OK) << "of the other port";
     EXPECT_EQ(mpi->control(ctx, MPP_SET_OUTPUT_BLOCK, &block), MPP_OK);
     EXPECT_EQ(mpi->decode_get_frame(ctx, &frame), MPP_OK);
     EXPECT_EQ(frame, nullptr);
