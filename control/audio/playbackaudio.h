@@ -50,6 +50,11 @@ class PlaybackAudio final : public TaskBase, public Receive_handler {
     unsigned int popPcmData(unsigned char* dst, unsigned int len);  // how many were there
     unsigned int getPcmRemainLength() const;
 
+    // Writes `frames` frames out of a buffer that holds a whole period; what is missing to one is
+    // silence. The frames written, or the negative errno that ended it; -EPIPE also when an
+    // underrun was met and all was written afterwards. On the writer thread while it plays.
+    snd_pcm_sframes_t SNDWAV_WritePcm(unsigned char* data, unsigned int frames);
+
     // Stops both threads, lets the device play what it holds for a short time, closes it and frees
     // the messages still queued; 0. May be called again.
     int close() override;
@@ -59,7 +64,6 @@ class PlaybackAudio final : public TaskBase, public Receive_handler {
     bool initPlaybackAudio();
     bool openDevice();
     bool SNDWAV_SetParams(SNDPCMContainer* container);
-    snd_pcm_sframes_t SNDWAV_WritePcm(unsigned char* data, unsigned int frames);
 
     // The receiving thread.
     void take(const msgAudio& chunk);
