@@ -22,7 +22,7 @@ constexpr unsigned int bufferPeriods = 16;
 constexpr long notificationWait_ns = 2000000;
 constexpr auto idleStep = std::chrono::milliseconds(2);
 // A device that fails at every notification must not fill the log.
-constexpr auto troublePause = std::chrono::milliseconds(25);
+constexpr auto troublePause = std::chrono::milliseconds(50);
 // So long without a notification, and the device is asked whether it still runs.
 constexpr auto silence = std::chrono::milliseconds(500);
 

@@ -11,6 +11,7 @@
 #include <pthread.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -75,6 +76,7 @@ class PlaybackAudio final : public TaskBase, public Receive_handler {
     void resamplePlay();
     void prefill();
     void playPeriod();
+    void skipTo(std::size_t level);
     int waitForRoom(std::chrono::milliseconds limit);
     void pause(std::chrono::microseconds time) const;
 

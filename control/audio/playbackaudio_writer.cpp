@@ -18,7 +18,7 @@ constexpr auto pauseAfterBlocking = microseconds(30000);
 constexpr auto stopSlice = milliseconds(50);  // a stopped task is noticed this soon
 constexpr auto shortWriteWait = milliseconds(1000);
 // What fails at once is not tried more often than this: the log and the processor are not for it.
-constexpr auto retryStep = microseconds(21000);
+constexpr auto retryStep = milliseconds(25);
 
 }  // namespace
 
@@ -65,8 +65,17 @@ void PlaybackAudio::playPeriod() {
         pause(pauseAfterBlocking);
     }
     if (written < 0 && written != -EPIPE) {
-        // The time that the lost period would have taken, so that the FIFO keeps its level.
-        pause(std::max(retryStep, microseconds(pcm.period_size * 1000000 / device.rate)));
+        pause(retryStep);
+        skipTo(remain);
+    }
+}
+
+// What came while a device refused its period is gone like that period: else each failure would
+// leave the sound later than before.
+void PlaybackAudio::skipTo(std::size_t level) {
+    for (std::size_t held = getPcmRemainLength(); held > level; held = getPcmRemainLength()) {
+        popPcmData(playBuf.data(),
+                   static_cast<unsigned int>(std::min(held - level, playBuf.size())));
     }
 }
 
