@@ -9,35 +9,18 @@
 #include <fstream>
 #include <sstream>
 
-#include "tests/support/client.h"
-#include "tests/support/environment.h"
+#include "tests/board/foreign/soundscenario.h"
 
 namespace {
 
+using sound::SoundScenario;
+using sound::usualMicrophone;
+using sound::usualOutput;
 using support::Board;
 using support::ClientResult;
 using support::Milliseconds;
 using support::readFile;
 using support::SoundFigures;
-
-// A scenario without pictures; lives as long as the object.
-class SoundScenario {
-  public:
-    SoundScenario(const std::string& microphone, const std::string& output)
-        : folder_(support::makeTemporaryFolder("sound-")), path_(folder_ + "/scenario.json") {
-        support::writeFile(path_, R"({"name": "sound", "camera": null, "display": null,
-            "hears": "ramp", "microphone": ")" +
-                                      microphone + R"(", "output": ")" + output + "\"}");
-    }
-    ~SoundScenario() { std::filesystem::remove_all(folder_); }
-    const std::string& path() const { return path_; }
-    std::string file(const std::string& name) const { return folder_ + "/" + name; }
-
-  private:
-    std::string folder_, path_;
-};
-
-const std::string usualMicrophone = "synthetic-microphone", usualOutput = "synthetic-output";
 
 // The samples of a WAV file.
 std::string samplesOf(const std::string& path) {
@@ -67,10 +50,6 @@ bool countsOn(const std::string& samples) {
 void expectDone(const ClientResult& result) {
     EXPECT_TRUE(result.ended);
     EXPECT_EQ(result.exitCode, 0) << result.out << result.err;
-}
-
-std::vector<std::string> client(const std::string& direction, const std::string& device) {
-    return {SOUND_CLIENT, direction, device, "48000", "2", "S16_LE"};
 }
 
 TEST(Alsa, CardsAreListedAndShowTheirLimits) {
@@ -226,141 +205,6 @@ TEST(Alsa, EveryPeriodIsNotified) {
     EXPECT_LE(figures.periods, 60 * support::timeFactor());
     EXPECT_EQ(figures.xruns, 0u);
 }
-
-class EitherDirection : public testing::TestWithParam<bool> {
-  protected:
-    std::string direction() const { return GetParam() ? "capture" : "playback"; }
-    std::string device() const { return GetParam() ? "microphone" : "output"; }
-    std::string node() const { return GetParam() ? "hw:1,0" : "hw:0,0"; }
-    std::unique_ptr<support::Process> startMoving(Board& board) {
-        auto process = startClient(board, client(direction(), node()), true);
-        EXPECT_TRUE(process->out().waitForMatch("^moves", Milliseconds(10000)))
-            << process->out().text() << process->err().text();
-        return process;
-    }
-    void expectEnd(support::Process& process, int status) {
-        const auto ended = process.waitForEnd(Milliseconds(10000));
-        EXPECT_EQ(ended.value_or(-1), status << 8) << process.out().text() << process.err().text();
-    }
-    SoundScenario scenario_{usualMicrophone, usualOutput};
-    Board board_{scenario_.path()};
-};
-
-TEST_P(EitherDirection, UnplugEndsTheCall) {
-    const auto process = startMoving(board_);
-    board_.unplug(device());
-    expectEnd(*process, 3);
-    EXPECT_TRUE(process->out().waitForMatch("^ended: ENODEV", Milliseconds(1000)));
-    EXPECT_EQ(runClient(board_, client(direction(), node())).exitCode, 3);
-    board_.plug(device());
-    startMoving(board_)->closeInput();
-}
-
-TEST_P(EitherDirection, UnplugWhileNothingMovesEndsTheWait) {
-    const auto process = startMoving(board_);
-    board_.stall(device(), true);
-    board_.unplug(device());
-    expectEnd(*process, 3);
-    EXPECT_TRUE(process->out().waitForMatch("^ended: ENODEV", Milliseconds(1000)));
-}
-
-TEST_P(EitherDirection, OrderedXrunIsSeenAndTheStreamGoesOn) {
-    const auto process = startMoving(board_);
-    board_.xrun(device());
-    EXPECT_TRUE(process->out().waitForMatch("^EPIPE", Milliseconds(10000)));
-    EXPECT_TRUE(board_.waitForSound(
-        device(), [](const auto& now) { return now.starts >= 2 && now.state == "RUNNING"; },
-        Milliseconds(10000)));
-    EXPECT_GE(board_.sound(device()).xruns, 1u);
-    process->closeInput();
-    expectEnd(*process, 0);
-    EXPECT_FALSE(board_.sound(device()).open);
-}
-
-TEST_P(EitherDirection, BriefSuspendIsTheClientsToEnd) {
-    const auto process = startMoving(board_);
-    board_.suspend(device(), true);
-    EXPECT_TRUE(process->out().waitForMatch("^ESTRPIPE", Milliseconds(10000)));
-    // The output can go on where it was, the USB card must be prepared anew.
-    EXPECT_TRUE(process->out().waitForMatch(GetParam() ? "^resume ENOSYS" : "^resume done",
-                                            Milliseconds(10000)));
-    EXPECT_TRUE(board_.waitForSound(
-        device(), [](const auto& now) { return now.state == "RUNNING"; }, Milliseconds(10000)));
-    process->closeInput();
-    expectEnd(*process, 0);
-}
-
-TEST_P(EitherDirection, HeldSuspendEndsWithTheOrder) {
-    const auto process = startMoving(board_);
-    board_.suspend(device());
-    EXPECT_TRUE(process->out().waitForMatch("^ESTRPIPE", Milliseconds(10000)));
-    EXPECT_EQ(board_.sound(device()).state, "SUSPENDED");
-    const std::uint64_t frames = board_.sound(device()).frames;
-    board_.stall(device(), false);
-    EXPECT_TRUE(board_.waitForSound(
-        device(), [&](const auto& now) { return now.frames > frames; }, Milliseconds(10000)))
-        << board_.sound(device()).state << "\n"
-        << process->out().text();
-}
-
-TEST_P(EitherDirection, StalledCardMovesNothingAndGoesOn) {
-    const auto process = startMoving(board_);
-    board_.stall(device(), true);
-    const std::uint64_t stood = board_.sound(device()).frames;
-    const double cpu = process->figures().cpu_s;
-    const auto passed = support::Clock::now() + Milliseconds(300);
-    while (support::Clock::now() < passed) {
-        EXPECT_EQ(board_.sound(device()).frames, stood);
-        std::this_thread::sleep_for(Milliseconds(50));
-    }
-    EXPECT_LT(process->figures().cpu_s - cpu, 0.1);
-    board_.stall(device(), false);
-    EXPECT_TRUE(board_.waitForSound(
-        device(), [&](const auto& now) { return now.frames > stood + 1024; }, Milliseconds(10000)));
-    EXPECT_TRUE(process->running());
-}
-
-TEST_P(EitherDirection, GrantsAnotherRateAndPeriod) {
-    board_.grant(device(), 44100, 512);
-    const auto process = startMoving(board_);
-    EXPECT_TRUE(process->out().waitForMatch("^rate 44100", Milliseconds(1000)));
-    EXPECT_TRUE(process->out().waitForMatch("^period 512", Milliseconds(1000)));
-    EXPECT_EQ(board_.sound(device()).periodFrames, 512u);
-    process->closeInput();
-    expectEnd(*process, 0);
-    board_.grant(device(), 0, 0);
-    startMoving(board_)->closeInput();
-}
-
-TEST_P(EitherDirection, OpeningsFailOnOrder) {
-    board_.failOpenings(device(), EIO, 1);
-    const ClientResult refused = runClient(board_, client(direction(), node()));
-    EXPECT_EQ(refused.out, "open: EIO\n");
-    startMoving(board_)->closeInput();
-}
-
-TEST_P(EitherDirection, CallsFailOnOrder) {
-    board_.fail("SNDRV_PCM_IOCTL_HW_PARAMS", 1, EINVAL);
-    EXPECT_EQ(runClient(board_, client(direction(), node())).out, "parameters: EINVAL\n");
-    const auto process = startMoving(board_);
-    board_.fail(GetParam() ? "SNDRV_PCM_IOCTL_READI_FRAMES" : "SNDRV_PCM_IOCTL_WRITEI_FRAMES", 1,
-                EIO);
-    expectEnd(*process, 3);
-    EXPECT_TRUE(process->out().waitForMatch("^ended: EIO", Milliseconds(1000)));
-}
-
-TEST_P(EitherDirection, SecondClientIsRefusedAndADeadOneForgotten) {
-    const auto process = startMoving(board_);
-    EXPECT_EQ(runClient(board_, client(direction(), node())).out, "open: EBUSY\n");
-    process->signal(SIGKILL);
-    ASSERT_TRUE(process->waitForEnd(Milliseconds(5000)).has_value());
-    ASSERT_TRUE(board_.waitForSound(
-        device(), [](const auto& now) { return !now.open; }, Milliseconds(5000)));
-    startMoving(board_)->closeInput();
-}
-
-INSTANTIATE_TEST_SUITE_P(Directions, EitherDirection, testing::Bool(),
-                         [](const auto& info) { return info.param ? "Capture" : "Playback"; });
 
 // Times of the periods in the table beside a recording.
 std::vector<std::pair<double, double>> periodTimes(const std::string& path) {
