@@ -148,7 +148,60 @@ TEST_P(EitherDirection, SecondClientIsRefusedAndADeadOneForgotten) {
     startMoving(board_)->closeInput();
 }
 
+// A card that moves nothing for ten seconds of board time has failed, as the kernel sees it.
+TEST_P(EitherDirection, BlockingCallsGiveUpOnADeadCard) {
+    Board fast(scenario_.path(), 10);
+    const auto process = startMoving(fast);
+    fast.stall(device(), true);
+    expectEnd(*process, 3);
+    EXPECT_TRUE(process->out().waitForMatch("^ended: EIO", Milliseconds(1000)));
+}
+
 INSTANTIATE_TEST_SUITE_P(Directions, EitherDirection, testing::Bool(),
                          [](const auto& info) { return info.param ? "Capture" : "Playback"; });
+
+TEST(SoundOrders, RefuseWhatCannotBe) {
+    const SoundScenario scenario(usualMicrophone, usualOutput);
+    Board board(scenario.path());
+    const auto refused = [&](const std::string& order, const std::string& words) {
+        const auto answer = board.tryOrder(order);
+        ASSERT_FALSE(answer["ok"].GetBool()) << order;
+        EXPECT_NE(std::string(answer["error"].GetString()).find(words), std::string::npos)
+            << answer["error"].GetString();
+    };
+    refused(R"({"order": "xrun", "device": "camera"})", "must be microphone or output");
+    refused(R"({"order": "plug", "device": "output"})", "plugged in already");
+    refused(R"({"order": "clock-error", "device": "output", "ppm": 100001})", "$.ppm");
+    refused(R"({"order": "suspend", "device": "output", "action": "long"})", "hold or brief");
+    refused(R"({"order": "open-fails", "device": "output", "errno": "ENOTHING"})", "no errno");
+    refused(R"({"order": "record-sound", "action": "start", "path": "here.wav"})", "absolute");
+    refused(R"({"order": "record-sound", "action": "stop"})", "no recording");
+    refused(R"({"order": "hear", "name": "tone:loud"})", "cannot be opened");
+    board.unplug("microphone");
+    refused(R"({"order": "unplug", "device": "microphone"})", "not plugged in");
+    EXPECT_FALSE(std::filesystem::exists(board.rootPath("/proc/asound/card1")));
+    refused(R"({"order": "plug", "device": "microphone", "description": "none"})",
+            "no sound card \"none\"");
+    board.order(
+        R"({"order": "plug", "device": "microphone", "description": "hd-pro-webcam-c920"})");
+    EXPECT_EQ(support::readFile(board.rootPath("/proc/asound/card1/stream0")),
+              support::readFile(
+                  support::sourcePath("board/scenarios/sound/stream0/hd-pro-webcam-c920.txt")));
+}
+
+TEST(SoundOrders, ReplugWhileTheOldCardIsHeldTakesTheNextNumber) {
+    const SoundScenario scenario(usualMicrophone, usualOutput);
+    Board board(scenario.path());
+    const auto holder = startClient(board, client("capture", "hw:1,0"), true);
+    ASSERT_TRUE(holder->out().waitForMatch("^moves", Milliseconds(10000)));
+    holder->signal(SIGSTOP);  // it cannot let go
+    board.unplug("microphone");
+    const auto answer = board.order(R"({"order": "plug", "device": "microphone"})");
+    EXPECT_STREQ(answer["card"].GetString(), "hw:2");
+    EXPECT_TRUE(std::filesystem::exists(board.rootPath("/proc/asound/card2/stream0")));
+    const auto process = startClient(board, client("capture", "hw:2,0"), true);
+    EXPECT_TRUE(process->out().waitForMatch("^moves", Milliseconds(10000)));
+    holder->signal(SIGCONT);
+}
 
 }  // namespace
