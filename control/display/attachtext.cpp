@@ -5,7 +5,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include <cstring>
+#include <algorithm>
 
 namespace {
 
@@ -26,7 +26,7 @@ AttachText::AttachText(const std::string& path, const std::string& text, int wid
         }
         cv::putText(picture, text, cv::Point(x, y), cv::FONT_HERSHEY_SIMPLEX, fontScale,
                     cv::Scalar(blue, green, red, 0), thickness, lineType, false);
-        std::memcpy(output, picture.data, bytes);
+        std::copy_n(picture.data, bytes, output);
     } catch (const cv::Exception& error) {
         logErr("picture ", path, ": cannot draw '", text, "' on it: ", error.err);
     }
