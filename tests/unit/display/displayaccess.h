@@ -40,6 +40,12 @@ struct DisplayDrmTestAccess {
         const std::lock_guard<std::mutex> lock(display.readLock);
         action();
     }
+    // Holds what keeps the process's display from going while others change it.
+    template <typename Action>
+    static void whileDisplayKept(const Action& action) {
+        const std::lock_guard<std::mutex> lock(DisplayDrm::drmdevLock);
+        action();
+    }
     static void releaseUnlocked(DisplayDrm& display) {
         display.slotReady.at(static_cast<std::size_t>(display.readIndex)) = false;
         display.readIndex = DisplayDrm::advance(display.readIndex);

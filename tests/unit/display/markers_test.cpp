@@ -5,6 +5,7 @@
 #include "tests/unit/display/fakedrm.h"
 #include "tests/unit/display/fakefiles.h"
 #include "tests/unit/task/printed.h"
+#include "tests/unit/task/waiting.h"
 
 #include <gtest/gtest.h>
 #include <atomic>
@@ -136,6 +137,27 @@ TEST_F(Markers, TheUpgradeScreenIsAskedOfTheDisplayThatIsThere) {
 }
 
 // The bookkeeping task asks every second, whatever the supervisor does with the display meanwhile.
+TEST(UpgradeScreen, ADisplayDoesNotGoWhileItIsAsked) {
+    auto display = std::make_unique<DisplayDrm>(decInfo{0, 64, 48, 60});
+    std::atomic<bool> gone{false}, asked{false};
+    std::thread destroying, asking;
+    Access::whileDisplayKept([&] {
+        destroying = std::thread([&] {
+            display.reset();
+            gone = true;
+        });
+        asking = std::thread([&] {
+            DisplayDrm::startUpgradeScreen();
+            asked = true;
+        });
+        EXPECT_FALSE(comesTrue([&] { return gone || asked; }, std::chrono::milliseconds(200)));
+    });
+    EXPECT_TRUE(comesTrue([&] { return gone && asked; }));
+    destroying.join();
+    asking.join();
+    EXPECT_EQ(DisplayDrm::getDrmDev(), nullptr);
+}
+
 TEST(UpgradeScreen, AskedWhileDisplaysComeAndGo) {
     std::atomic<bool> running{true};
     std::atomic<int> asked{0};
