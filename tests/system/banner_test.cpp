@@ -76,6 +76,18 @@ TEST(Banner, CaptureIsPatientMeanwhileAndNotAfterwards) {
     EXPECT_LE(waited_s, 3.0 * support::timeFactor()) << "still as patient as with the banner";
 }
 
+TEST(Banner, UpgradeWithoutTheOldSystemVersionIsUsedUpAndShowsNothing) {
+    Board board(benchScenario("small"), 5);
+    support::writeFile(board.rootPath("/userdata/updateSuceedFlag"), "");
+    support::writeFile(board.rootPath("/userdata/newsysver"), "1.4\n");
+    Application application(board);
+    application.expectPlaying();
+    EXPECT_TRUE(showsVideo(board));
+    EXPECT_FALSE(application.out().waitForMatch("^file size", Milliseconds(0)).has_value());
+    EXPECT_FALSE(std::filesystem::exists(board.rootPath("/userdata/updateSuceedFlag")));
+    EXPECT_TRUE(std::filesystem::exists(board.rootPath("/userdata/newsysver")));
+}
+
 class BannerEnd : public testing::TestWithParam<const char*> {};
 
 TEST_P(BannerEnd, PipelineDoesNotWaitForIt) {
