@@ -206,3 +206,24 @@ TEST_F(DecodedStream, AnH264PacketLargerThanTheCopyBufferIsShown) {
     playPackets(packets, 5);
     expectSequence(expected, 0, 5);
 }
+
+TEST_F(DecodedStream, BothStopInTimeWithFullQueues) {
+    for (int round = 0; round < 3; ++round) {  // at another point of the work each time
+        const Bytes jpeg = streams::jpegOf(streams::drawn(640, 480, round));
+        play<Decoder_MJPEG_MPP>("MJPG", 640, 480);
+        for (int n = 1; n <= 5 + round; ++n) {
+            screen->send(jpeg, n);
+        }
+        printedBy([this] { screen->stop(); });
+        screen.reset();
+
+        const std::vector<Bytes> packets =
+            streams::h264Of(drawnSequence(640, 480, 10), streams::H264Settings{});
+        play<Decoder_H264_MPP>("H264", 640, 480);
+        for (int n = 0; n < 100; ++n) {
+            screen->send(packets.at(static_cast<std::size_t>(n) % packets.size()), n * 33.0);
+        }
+        printedBy([this] { screen->stop(); });
+        screen.reset();
+    }
+}
