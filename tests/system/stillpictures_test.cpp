@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 
 #include "tests/support/application.h"
 #include "tests/support/scenarios.h"
@@ -25,10 +26,22 @@ bool showsVideo(Board& board) {
                                 Milliseconds(15000));
 }
 
+// On a slow machine a minute may pass.
+std::string commandsBesideTemperatures(Board& board) {
+    std::istringstream commands(support::readFile(board.folder() + "/commands"));
+    std::string others;
+    for (std::string line; std::getline(commands, line);) {
+        if (line.rfind("echo cpu", 0) != 0 && line.rfind("cat /sys/class/thermal/", 0) != 0) {
+            others += line + "\n";
+        }
+    }
+    return others;
+}
+
 // Looks at the screen until it is about the expected one, and then more closely: the whole of it,
 // and the lines that hold the text. Returns what it saw.
 support::Rgb expectScreen(Board& board, const support::Rgb& expected, double least) {
-    const auto deadline = support::Clock::now() + support::scaled(Milliseconds(3000));
+    const auto deadline = support::Clock::now() + support::scaled(Milliseconds(8000));
     support::Rgb seen;
     do {
         seen = support::takeScreenshot(board);
@@ -83,23 +96,34 @@ TEST(StillPictures, FirstStartBannerStandsFiveSecondsThenVideo) {
     EXPECT_LE(stood_s, 5 + 3 * support::timeFactor());
     EXPECT_FALSE(std::filesystem::exists(board.rootPath("/usr/bin/startupflag")));
     EXPECT_EQ(support::readFile(board.rootPath("/userdata/version")), "5.22\n");
-    EXPECT_EQ(support::readFile(board.folder() + "/commands"),
+    EXPECT_EQ(commandsBesideTemperatures(board),
               "touch /userdata/version\necho 5.22> /userdata/version\nsync\nsync\n");
     EXPECT_EQ(support::readFile(board.folder() + "/kept"), "sync\nsync\n");
     EXPECT_TRUE(application.err().all().empty()) << application.err().text();
 }
 
-TEST(StillPictures, UpgradeBannerComesOnce) {
-    Board board("after-upgrade", 4);
+TEST(StillPictures, UpgradeBannerNamesBothVersions) {
+    Board board("after-upgrade");
     const support::Rgb expected =
         expectedScreen(board.rootPath(background), "V1.3.5.21 -> V1.4.5.22", 1.0, 1920, 1080);
+    Application application(board);
+    application.expectLine(drawn, Milliseconds(15000));
+    expectScreen(board, expected, 0.98);
+    EXPECT_FALSE(std::filesystem::exists(board.rootPath("/userdata/updateSuceedFlag")));
+}
+
+TEST(StillPictures, BannerComesOnce) {
+    Board board(benchScenario("small"), 4);
+    support::writeFile(board.rootPath("/userdata/version"), "5.21\n");
+    for (const char* path :
+         {"/userdata/updateSuceedFlag", "/userdata/oldsysver", "/userdata/newsysver"}) {
+        support::writeFile(board.rootPath(path), "1.4\n");
+    }
     {
         Application application(board);
         application.expectLine(drawn, Milliseconds(15000));
-        expectScreen(board, expected, 0.98);
         std::size_t next = application.expectPlaying();
         EXPECT_TRUE(showsVideo(board));
-        EXPECT_FALSE(std::filesystem::exists(board.rootPath("/userdata/updateSuceedFlag")));
         board.unplug("camera");
         next = application.expectLine("statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE",
                                       Milliseconds(5000), next);
@@ -115,7 +139,7 @@ TEST(StillPictures, UpgradeBannerComesOnce) {
     EXPECT_TRUE(showsVideo(board));
     EXPECT_EQ(again.out().count(drawn), 0u) << "a banner at the second start";
     EXPECT_EQ(again.out().all().at(0), "old version : 5.22");
-    EXPECT_EQ(support::readFile(board.folder() + "/commands"),
+    EXPECT_EQ(commandsBesideTemperatures(board),
               "echo 5.22> /userdata/version\nsync\nsync\necho 5.22> /userdata/version\nsync\n");
 }
 
@@ -141,18 +165,17 @@ INSTANTIATE_TEST_SUITE_P(Displays, StillPicturesScaled, testing::Values("small",
                          });
 
 TEST(StillPictures, OrdinaryStartShowsVideoOnly) {
-    Board board("ordinary", 4);
+    Board board("ordinary");
     Application application(board);
     application.expectPlaying();
     EXPECT_TRUE(showsVideo(board));
     EXPECT_EQ(application.out().from(0).at(0), "old version : 5.22");
     EXPECT_FALSE(application.out().waitForMatch("^file size", Milliseconds(0)).has_value());
-    EXPECT_EQ(support::readFile(board.folder() + "/commands"),
-              "echo 5.22> /userdata/version\nsync\n");
+    EXPECT_EQ(commandsBesideTemperatures(board), "echo 5.22> /userdata/version\nsync\n");
 }
 
 TEST(StillPictures, UpgradeThatRunsAtTheStartIsShown) {
-    Board board("upgrading", 4);
+    Board board("upgrading");
     const support::Rgb expected =
         expectedScreen(board.rootPath("/usr/bin/readyUpgradeDone_brivant.bin"), "", 1, 1920, 1080);
     Application application(board);
