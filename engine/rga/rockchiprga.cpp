@@ -24,6 +24,16 @@ int RockchipRga::RkRgaInit() {
 
 void RockchipRga::RkRgaDeInit() {}
 
+void RockchipRga::RkRgaGetContext(void** ctx) {
+    if (ctx != nullptr) {
+        *ctx = this;
+    }
+}
+
+int RockchipRga::RkRgaFlush() {
+    return 0;
+}
+
 bool RockchipRga::RkRgaIsReady() {
     return true;
 }

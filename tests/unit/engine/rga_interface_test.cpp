@@ -2,13 +2,16 @@
 // board relies on. Nearly all of it is checked by the compiler.
 #include <cerrno>
 
+#include <rga/RgaApi.h>
 #include <rga/RockchipRga.h>
 
 #include <rga/rga.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <type_traits>
 
 namespace {
@@ -67,6 +70,18 @@ static_assert(RK_FORMAT_YCbCr_420_SP == 0xa00 && RK_FORMAT_YCbCr_420_P == 0xb00)
 static_assert(RK_FORMAT_YCrCb_422_SP == 0xc00 && RK_FORMAT_YCrCb_422_P == 0xd00);
 static_assert(RK_FORMAT_YCrCb_420_SP == 0xe00 && RK_FORMAT_YCrCb_420_P == 0xf00);
 static_assert(RK_FORMAT_UNKNOWN == 0x10000);
+static_assert(RK_FORMAT_BPP1 == 0x1000 && RK_FORMAT_BPP2 == 0x1100);
+static_assert(RK_FORMAT_BPP4 == 0x1200 && RK_FORMAT_BPP8 == 0x1300);
+static_assert(RK_FORMAT_Y4 == 0x1400 && RK_FORMAT_YCbCr_400 == 0x1500);
+static_assert(RK_FORMAT_BGRX_8888 == 0x1600);
+static_assert(RK_FORMAT_YVYU_422 == 0x1800 && RK_FORMAT_YVYU_420 == 0x1900);
+static_assert(RK_FORMAT_VYUY_422 == 0x1a00 && RK_FORMAT_VYUY_420 == 0x1b00);
+static_assert(RK_FORMAT_YUYV_422 == 0x1c00 && RK_FORMAT_YUYV_420 == 0x1d00);
+static_assert(RK_FORMAT_UYVY_422 == 0x1e00 && RK_FORMAT_UYVY_420 == 0x1f00);
+static_assert(RK_FORMAT_YCbCr_420_SP_10B == 0x2000 && RK_FORMAT_YCrCb_420_SP_10B == 0x2100);
+static_assert(RK_FORMAT_YCbCr_422_10b_SP == 0x2200 && RK_FORMAT_YCrCb_422_10b_SP == 0x2300);
+static_assert(yuv2rgb_mode0 == 0 && yuv2rgb_mode1 == 1 && yuv2rgb_mode2 == 2);
+static_assert(rgb2yuv_601_full == 0x100 && rgb2yuv_709_full == 0x200);
 static_assert(HAL_TRANSFORM_FLIP_H == 0x01 && HAL_TRANSFORM_FLIP_V == 0x02);
 static_assert(HAL_TRANSFORM_ROT_90 == 0x04 && HAL_TRANSFORM_ROT_180 == 0x03);
 static_assert(HAL_TRANSFORM_ROT_270 == 0x07 && HAL_TRANSFORM_FLIP_H_V == 0x08);
@@ -76,6 +91,10 @@ static_assert(HAL_TRANSFORM_ROT_270 == 0x07 && HAL_TRANSFORM_FLIP_H_V == 0x08);
 static_assert(std::is_default_constructible_v<RockchipRga> && std::is_destructible_v<RockchipRga>);
 static_assert(!std::has_virtual_destructor_v<RockchipRga> && !std::is_polymorphic_v<RockchipRga>);
 static_assert(!std::is_copy_constructible_v<RockchipRga>);
+static_assert(std::is_base_of_v<Singleton<RockchipRga>, RockchipRga>);
+static_assert(same<decltype(&RockchipRga::get), RockchipRga& (*)()>);
+static_assert(same<decltype(&RockchipRga::RkRgaGetContext), void (RockchipRga::*)(void**)>);
+static_assert(same<decltype(&RockchipRga::RkRgaFlush), int (RockchipRga::*)()>);
 static_assert(same<decltype(&RockchipRga::RkRgaInit), int (RockchipRga::*)()>);
 static_assert(same<decltype(&RockchipRga::RkRgaDeInit), void (RockchipRga::*)()>);
 static_assert(same<decltype(&RockchipRga::RkRgaIsReady), bool (RockchipRga::*)()>);
@@ -105,5 +124,33 @@ TEST(RgaInterface, StartsAndEnds) {
     RockchipRga engine;
     EXPECT_EQ(engine.RkRgaInit(), 0);
     EXPECT_TRUE(engine.RkRgaIsReady());
+    EXPECT_EQ(engine.RkRgaFlush(), 0);
     engine.RkRgaDeInit();
+}
+
+// What a C program calls reaches the one engine of the process.
+TEST(RgaInterface, CallsForCPrograms) {
+    void* context = nullptr;
+    EXPECT_EQ(c_RkRgaInit(), 0);
+    EXPECT_TRUE(Singleton<RockchipRga>::hasInstance());
+    c_RkRgaGetContext(&context);
+    EXPECT_EQ(context, &RockchipRga::get());
+    c_RkRgaGetContext(nullptr);
+
+    constexpr int side = 16;
+    unsigned char black[side * side * 3 / 2] = {};
+    rga_info_t picture{};
+    picture.virAddr = black;
+    rga_set_rect(&picture.rect, 0, 0, side, side, side, side, RK_FORMAT_YCbCr_420_SP);
+    EXPECT_EQ(RgaCollorFill(&picture), 0);
+    EXPECT_EQ(black[0], 16);
+    EXPECT_EQ(black[side * side], 128);
+    unsigned char copied[sizeof black] = {};
+    rga_info_t copy = picture;
+    copy.virAddr = copied;
+    EXPECT_EQ(RgaBlit(&picture, &copy, nullptr), 0);
+    EXPECT_TRUE(std::equal(std::begin(black), std::end(black), std::begin(copied)));
+    EXPECT_EQ(c_RkRgaBlit(nullptr, &copy, nullptr), -EINVAL);
+    EXPECT_EQ(RgaFlush(), 0);
+    c_RkRgaDeInit();
 }
