@@ -141,12 +141,13 @@ int ObsBot::save_view_data() {
 }
 
 int ObsBot::change_view(char view) {
-    if (view == currentView) {
+    const std::int32_t number = static_cast<unsigned char>(view);  // as the board's compiler has it
+    if (number == currentView) {
         logOut("same view no");
         return -1;
     }
     if (!presetFileExists()) {
-        currentView = view;
+        currentView = number;
         logOut("no uvc_param file");
         return -1;
     }
@@ -156,7 +157,7 @@ int ObsBot::change_view(char view) {
     }
     rapidjson::Document document = parsed(*text);
     const rapidjson::Value* stored =
-        document.IsObject() ? findView(document, keyOf(view)) : nullptr;
+        document.IsObject() ? findView(document, keyOf(number)) : nullptr;
     if (stored != nullptr) {
         for (const Member& member : members) {
             const auto found = stored->FindMember(member.name);
@@ -166,6 +167,6 @@ int ObsBot::change_view(char view) {
             }
         }
     }
-    currentView = view;
+    currentView = number;
     return 0;
 }

@@ -142,4 +142,94 @@ TEST_F(Remote, TheSleepKeyOnACameraThatCannotSleep) {
     EXPECT_TRUE(becomes(board, "tilt_speed", 10));
 }
 
+constexpr char sleepTold[] = "2/2:aa000e123300f4e000e113c20103";
+constexpr char wakeTold[] = "2/2:aa000e12003334d100e113c20101";
+constexpr char wokenUp[] = "statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE(WAKE UP)";
+
+class SleepingCamera : public testing::Test {
+  protected:
+    void SetUp() override {
+        next = application.expectPlaying();
+        expectOpened(0);
+    }
+    void expectOpened(std::size_t from) {
+        ASSERT_TRUE(application.out().waitForMatch(opened, Milliseconds(10000), from));
+    }
+    void press(const char* key) {
+        board.press(key);
+        board.release(key);
+    }
+    // Until the supervisor's own task reads the remote.
+    void putToSleep() {
+        press("L");
+        next = application.expectLine("statue: STATUE_POOL_PLAYERR ==> STATUE_POOL_OPENFAID",
+                                      Milliseconds(20000), next);
+        ASSERT_NO_FATAL_FAILURE(expectOpened(next));
+    }
+    void wakeUp() {
+        press("L");
+        next = application.expectLine(wokenUp, Milliseconds(5000), next);
+        ASSERT_NO_FATAL_FAILURE(expectOpened(next));
+        next = application.expectPlaying(next);
+    }
+    bool showsMore() {
+        const std::uint64_t before = board.display().shown;
+        return board.waitForDisplay([&](const auto& figures) { return figures.shown > before + 3; },
+                                    Milliseconds(10000));
+    }
+    bool tracks(bool wanted) {
+        const auto deadline = support::Clock::now() + support::scaled(Milliseconds(10000));
+        while (board.ptz().tracking != wanted) {
+            if (support::Clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(Milliseconds(5));
+        }
+        return true;
+    }
+    std::vector<std::string> told() {
+        std::vector<std::string> texts;
+        for (const support::Told& told : board.told()) {
+            texts.push_back(told.text());
+        }
+        return texts;
+    }
+
+    Board board{benchScenario("small-ptz"), 8};
+    Application application{board};
+    std::size_t next = 0;
+};
+
+TEST_F(SleepingCamera, IsDrivenWhileItSleeps) {
+    ASSERT_NO_FATAL_FAILURE(putToSleep());
+    press("W");
+    ASSERT_NO_FATAL_FAILURE(wakeUp());
+    EXPECT_EQ(told(),
+              (std::vector<std::string>{sleepTold, "0x009a0921=10", "0x009a0921=0", wakeTold}));
+}
+
+TEST_F(SleepingCamera, GoesAndComesBackAwake) {
+    ASSERT_NO_FATAL_FAILURE(putToSleep());
+    board.unplug("camera");
+    next = application.expectLine("statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE",
+                                  Milliseconds(5000), next);
+    board.plug("camera");
+    ASSERT_NO_FATAL_FAILURE(expectOpened(next));
+    next = application.expectPlaying(next);
+    EXPECT_TRUE(showsMore());
+    // To the new pipeline it is awake: the key puts it to sleep.
+    press("L");
+    next = application.expectLine("statue: STATUE_POOL_PLAYERR ==> STATUE_POOL_OPENFAID",
+                                  Milliseconds(20000), next);
+    EXPECT_TRUE(board.ptz().asleep);
+}
+
+TEST_F(SleepingCamera, TrackingIsToggled) {
+    press("T");
+    EXPECT_TRUE(tracks(true));
+    press("T");
+    EXPECT_TRUE(tracks(false));
+    EXPECT_EQ(told(), (std::vector<std::string>{"2/3:01", "2/3:00"}));
+}
+
 }  // namespace
