@@ -1,0 +1,151 @@
+// Damaged payloads reach the shipped program: good pictures before and after are shown, and the
+// pipeline stays.
+
+#include <gtest/gtest.h>
+
+#include "tests/support/application.h"
+#include "tests/support/cameramode.h"
+
+namespace {
+
+using support::Application;
+using support::Board;
+using support::CameraMode;
+using support::Milliseconds;
+using support::ModeScenario;
+
+// Buffers that are longer than both decoders' packet buffers.
+constexpr std::uint32_t longImage = 2500000;
+
+const CameraMode mjpeg = {"Mjpeg", "MJPG", 320, 240, 30, "", 320, 240, longImage, "field:bars"};
+const CameraMode h264 = {
+    "H264", "H264", 320,       240,         30, R"("keyFrameDistance": 15, "bitRate": 1000000)",
+    320,    240,    longImage, "field:bars"};
+
+struct Fault {
+    const char* kind;
+    bool shown;  // the damage does not touch the picture
+    bool jpegOnly;
+};
+
+const Fault faults[] = {
+    {"truncate", false, false},     {"flip-bits", false, false}, {"no-huffman", true, true},
+    {"bytes-before", false, false}, {"bytes-after", true, true}, {"wrong-size", false, true},
+    {"empty", false, false},        {"oversized", true, false},  {"error-flag", true, false},
+};
+
+bool showsMore(Board& board, std::uint64_t frames) {
+    const std::uint64_t before = board.display().shown;
+    return board.waitForDisplay(
+        [&](const auto& figures) { return figures.shown >= before + frames; }, Milliseconds(20000));
+}
+
+void expectStillPlaying(Application& application, std::size_t from) {
+    EXPECT_TRUE(application.process().running());
+    const auto change = application.out().waitForMatch("^statue: ", Milliseconds(0), from);
+    EXPECT_FALSE(change.has_value()) << application.out().text() << application.err().text();
+}
+
+class Payloads : public testing::TestWithParam<CameraMode> {};
+
+TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
+    const ModeScenario scenario(GetParam());
+    Board board(scenario.path(), 3);
+    Application application(board);
+    const std::size_t next = application.expectPlaying();
+    ASSERT_TRUE(showsMore(board, 10));
+    const bool isJpeg = std::string(GetParam().fourcc) == "MJPG";
+    for (const Fault& fault : faults) {
+        if (fault.jpegOnly && !isJpeg) {
+            continue;
+        }
+        SCOPED_TRACE(fault.kind);
+        board.resetFigures();
+        const std::uint64_t lostBefore = board.camera().lost;
+        board.order(std::string(R"({"order":"payload-fault","kind":")") + fault.kind +
+                    R"(","count":3})");
+        ASSERT_TRUE(showsMore(board, 45));
+        expectStillPlaying(application, next);
+        const support::DisplayFigures display = board.display();
+        EXPECT_EQ(display.outOfOrder, 0u);
+        const std::uint64_t lost = board.camera().lost - lostBefore;
+        std::printf("%s %s: %llu pictures missing, %llu lost by the camera\n", GetParam().name,
+                    fault.kind, (unsigned long long)display.skipped, (unsigned long long)lost);
+        // A busy machine may drop frames on its own.
+        if (fault.shown && lost == 0 && !support::sanitizedBuild()) {
+            EXPECT_LE(display.skipped, 1u) << "such a frame is shown all the same";
+        }
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// 20000 frames in the long checks.
+TEST_P(Payloads, AtRandomThePipelineStays) {
+    const ModeScenario scenario(GetParam());
+    Board board(scenario.path(), support::longRun() ? 8 : 4);
+    Application application(board);
+    const std::size_t next = application.expectPlaying();
+    ASSERT_TRUE(showsMore(board, 10));
+    const std::uint64_t frames = support::longRun() ? 20000 : 400;
+    const std::uint64_t before = board.camera().delivered;
+    board.order(R"({"order":"payload-mix","permille":300,"seed":7})");
+    EXPECT_TRUE(
+        board.waitForCamera([&](const auto& now) { return now.delivered >= before + frames; },
+                            Milliseconds(10000 + frames * 20)));
+    expectStillPlaying(application, next);
+    board.order(R"({"order":"payload-mix","permille":0})");
+    EXPECT_TRUE(showsMore(board, 30));
+    expectStillPlaying(application, next);
+    EXPECT_EQ(board.display().outOfOrder, 0u);
+}
+
+constexpr char failedToNone[] = "statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE";
+constexpr char deleted[] = "delete capture media succeed";
+constexpr Milliseconds bound(2000);
+
+// Unplugged in one phase after the other; each time everything ends soon and the next plug plays.
+TEST_P(Payloads, UnpluggedInEveryPhaseEndsSoon) {
+    const ModeScenario scenario(GetParam());
+    Board board(scenario.path());
+    Application application(board);
+    std::size_t next = 0;
+    const auto unplug = [&](const char* phase) {
+        SCOPED_TRACE(phase);
+        const auto began = support::Clock::now();
+        board.unplug("camera");
+        next = application.expectLine(deleted, bound, next);
+        EXPECT_TRUE(application.waitForPipelineGone(Milliseconds(500)));
+        std::printf(
+            "%s, %s: torn down after %lld ms\n", GetParam().name, phase,
+            (long long)std::chrono::duration_cast<Milliseconds>(support::Clock::now() - began)
+                .count());
+        next = application.expectLine(failedToNone, Milliseconds(5000), next);
+        board.holdFlips(false);
+        board.plug("camera");
+    };
+    const auto opened =
+        application.out().waitForMatch("mpp decoder open succeed", Milliseconds(10000), next);
+    ASSERT_TRUE(opened.has_value()) << application.out().text();
+    next = *opened;
+    unplug("during set-up");
+    next = application.expectPlaying(next);
+    const std::uint64_t delivered = board.camera().delivered;
+    ASSERT_TRUE(board.waitForCamera([&](const auto& now) { return now.delivered > delivered; },
+                                    Milliseconds(10000)));
+    unplug("at the first frame");
+    next = application.expectPlaying(next);
+    ASSERT_TRUE(showsMore(board, 10));
+    unplug("while it plays");
+    next = application.expectPlaying(next);
+    ASSERT_TRUE(showsMore(board, 5));
+    board.holdFlips(true);
+    next = application.expectLine("clean queue buff", Milliseconds(10000), next);
+    unplug("with full queues");
+    application.expectPlaying(next);
+    EXPECT_TRUE(showsMore(board, 5));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, Payloads, testing::Values(mjpeg, h264),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
