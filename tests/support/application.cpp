@@ -11,9 +11,9 @@
 
 namespace support {
 
-const std::vector<std::string> pipelineThreads = {"CaptureMedia", "Decoder_Rawvide", "ShowControl",
-                                                  "Captureaudio", "PlaybackAudio",   "resamplePlay",
-                                                  "ObsBot"};
+const std::vector<std::string> pipelineThreads = {
+    "CaptureMedia", "Decoder_Rawvide", "Decoder_MJPEG_M", "Decoder_H264_MP", "ShowControl",
+    "Captureaudio", "PlaybackAudio",   "resamplePlay",    "ObsBot"};
 
 namespace {
 

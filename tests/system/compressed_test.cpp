@@ -17,7 +17,7 @@ const CameraMode modes[] = {
     {"Mjpeg720p", "MJPG", 1280, 720, 30, R"("subsampling": "4:2:0")", 1280, 720},
     {"Mjpeg480p420", "MJPG", 640, 480, 30, R"("subsampling": "4:2:0")", 640, 480},
     {"Mjpeg480p422", "MJPG", 640, 480, 30, R"("subsampling": "4:2:2")", 640, 480},
-    {"H264480p", "H264", 640, 480, 30, R"("parameterSetsEvery": 0, "bitRate": 2000000)", 640, 480},
+    {"H264480p", "H264", 640, 480, 30, R"("parameterSetsEvery": 3, "bitRate": 2000000)", 640, 480},
     {"H264480pB", "H264", 640, 480, 30, R"("bFrames": 2, "bitRate": 2000000)", 640, 480},
 };
 
@@ -29,7 +29,7 @@ class Compressed : public testing::TestWithParam<CameraMode> {};
 
 TEST_P(Compressed, PictureIsTheReferences) {
     const ModeScenario scenario(GetParam());
-    Board board(scenario.path());
+    Board board(scenario.path(), 2);
     const std::string payloads = compressed::startPayloads(board, GetParam());
     Application application(board);
     application.expectPlaying();
