@@ -1,10 +1,10 @@
 #include "tests/unit/supervise/fakeworld.h"
 
+#include "control/audio/captureaudio.h"
+#include "control/audio/playbackaudio.h"
 #include "control/camera/obsbot.h"
 #include "control/capture/capturemedia.h"
 #include "control/convert/rkrga.h"
-#include "control/audio/captureaudio.h"
-#include "control/audio/playbackaudio.h"
 #include "control/decode/deccommon.h"
 #include "control/display/showcontrol.h"
 #include "control/supervise/updatecontrol.h"
