@@ -195,7 +195,7 @@ InputDescription loadInput(const std::string& path) {
 
 std::string findScenario(const std::string& nameOrPath) {
     std::error_code error;
-    const std::string camera = scenarioFolder() + "/cameras/" + nameOrPath + ".json";
+    std::string camera = scenarioFolder() + "/cameras/" + nameOrPath + ".json";
     const bool isName = nameOrPath.find('/') == std::string::npos;
     if (isName && !fs::exists(scenarioFolder() + "/" + nameOrPath + ".json", error) &&
         fs::is_regular_file(camera, error))
