@@ -118,6 +118,34 @@ TEST(HardwareSpaces, RefinementTellsWhatChanged) {
     EXPECT_EQ(params.cmask, 0u);  // nothing is left to be done
 }
 
+// What is fixed of one parameter narrows the others to the settings that have it.
+TEST(HardwareSpaces, SettingsThatLackSomethingFallAway) {
+    board::SoundSetting low, high;
+    low.formats = std::uint64_t(1) << SNDRV_PCM_FORMAT_S16_LE;
+    low.channelsMin = low.channelsMax = 1;
+    low.rates_Hz = {8000};
+    high.formats = std::uint64_t(1) << SNDRV_PCM_FORMAT_S24_3LE;
+    high.channelsMin = high.channelsMax = 2;
+    high.rates_Hz = {48000};
+    board::SoundLimits limits;
+    limits.settings = {low, high};
+    const HardwareSpace space(limits);
+    SoundFormat chosen;
+    snd_pcm_hw_params params = anyParameters();
+    set(params, SNDRV_PCM_HW_PARAM_RATE, 48000);
+    ASSERT_EQ(space.choose(params, chosen), 0);
+    EXPECT_EQ(chosen.format, SNDRV_PCM_FORMAT_S24_3LE);
+    EXPECT_EQ(chosen.channels, 2u);
+    params = anyParameters();
+    set(params, SNDRV_PCM_HW_PARAM_CHANNELS, 1);
+    ASSERT_EQ(space.choose(params, chosen), 0);
+    EXPECT_EQ(chosen.rate_Hz, 8000u);
+    params = anyParameters();
+    setFormat(params, SNDRV_PCM_FORMAT_S24_3LE);
+    ASSERT_EQ(space.choose(params, chosen), 0);
+    EXPECT_EQ(chosen.rate_Hz, 48000u);
+}
+
 TEST(HardwareSpaces, RandomWishesNeverGiveTheImpossible) {
     const board::SoundDescription card = board::loadSound(board::findSound("usb-audio-device"));
     const HardwareSpace space(card.capture);
