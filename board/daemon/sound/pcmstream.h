@@ -154,7 +154,8 @@ class PcmStream {
     std::int64_t done_ = 0;           // frames since the start
     std::int64_t nextInterrupt_ = 0;  // in the same count
     EventLoop::TimerId timer_ = 0;
-    std::uint32_t told_ = 0;  // bits that the client knows
+    std::int64_t lastInterrupt_ns_ = 0;  // the machine's clock
+    std::uint32_t told_ = 0;             // bits that the client knows
 };
 
 }  // namespace board

@@ -14,6 +14,8 @@ namespace board {
 namespace {
 
 constexpr std::int64_t second_ns = 1000000000;
+// The shortest periods share an interrupt: the board has other devices to serve.
+constexpr std::int64_t leastBetweenInterrupts_ns = 200000;
 
 timespec toTimespec(std::int64_t ns) {
     return {ns / second_ns, ns % second_ns};
@@ -126,12 +128,15 @@ void PcmStream::arm() {
         next = std::min(next, done_ + std::max<std::int64_t>(written(), 0));
     const std::int64_t at =
         base_ns_ + lengthOf_ns(std::max(next, done_) - baseFrames_, format_.rate_Hz);
-    timer_ = parts_.board.loop().at(parts_.board.clock().toMachine(parts_.clock.toBoard(at)),
-                                    [this] { interrupt(); });
+    const std::int64_t machine_ns = parts_.board.clock().toMachine(parts_.clock.toBoard(at));
+    timer_ =
+        parts_.board.loop().at(std::max(machine_ns, lastInterrupt_ns_ + leastBetweenInterrupts_ns),
+                               [this] { interrupt(); });
 }
 
 void PcmStream::interrupt() {
     timer_ = 0;
+    lastInterrupt_ns_ = EventLoop::now_ns();
     update();
     if (done_ >= nextInterrupt_) {
         const std::int64_t period = format_.periodFrames;
@@ -159,12 +164,12 @@ bool PcmStream::pollReady() const {
 // What the client's descriptor and its state word say.
 void PcmStream::refresh() {
     signal_.setReady(pollReady());
+    const bool readToTheEnd = state_ == SNDRV_PCM_STATE_DRAINING && !playback_ && available() == 0;
+    const bool stopped = accessible() != 0 && state_ != SNDRV_PCM_STATE_DRAINING;
     std::uint32_t bits = 0;
     if (state_ == SNDRV_PCM_STATE_DISCONNECTED)
         bits = wire::handleGone;
-    else if (accessible() != 0 && state_ != SNDRV_PCM_STATE_DRAINING)
-        bits = wire::handleFailed;
-    else if (state_ == SNDRV_PCM_STATE_DRAINING && !playback_ && available() == 0)
+    else if (stopped || readToTheEnd)
         bits = wire::handleFailed;
     if (state_ != SNDRV_PCM_STATE_OPEN)
         bits |= format_.frameBytes() << wire::handleFrameShift;
