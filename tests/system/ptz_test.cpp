@@ -179,6 +179,25 @@ TEST_F(Ptz, TheFirstOfSeveralReceiversIsRead) {
               (std::vector<std::string>{"0x009a0920=10", "0x009a0920=-10"}));
 }
 
+// A keyboard where the receiver was, then nothing at all: the pipeline ends as fast as ever.
+TEST_F(Ptz, AnotherDeviceInTheReceiversPlaceIsNotRead) {
+    board.unplug("remote");
+    board.plug("remote", "keyboard");
+    next = application.expectLine("/dev/input/event0 disconnect!!!", Milliseconds(5000), next);
+    type("W");
+    EXPECT_FALSE(application.out().waitForMatch(opened, Milliseconds(1000), next));
+    board.unplug("remote");
+    board.unplug("camera");
+    next = application.expectLine(deleted, Milliseconds(5000), next);
+    EXPECT_TRUE(application.waitForPipelineGone(Milliseconds(500)));
+    board.plug("remote", "remote");
+    board.plug("camera");
+    application.expectPlaying(next);
+    ASSERT_NO_FATAL_FAILURE(expectOpened(next));
+    board.press("W");
+    EXPECT_EQ(textsOf(toldAtLeast(1)), std::vector<std::string>{"0x009a0921=10"});
+}
+
 TEST_F(Ptz, ThePictureOnTheScreenTurns) {
     const auto cornerLuma = [this] {
         const auto frames = support::takeShownFrames(board, 1);
