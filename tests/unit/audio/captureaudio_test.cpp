@@ -192,6 +192,14 @@ TEST_F(Microphone, LongPeriodsFit) {
     EXPECT_EQ(listener.at(0).length[0], 21844U);
 }
 
+// At once, not when somebody finds it standing still.
+void expectStartedAfterPrepared(const FakePcm& fake) {
+    const std::vector<std::string> calls = fake.calls();
+    const auto prepared = std::find(calls.begin(), calls.end(), "prepare");
+    ASSERT_LT(prepared + 1, calls.end());
+    EXPECT_EQ(prepared[1], "start");
+}
+
 TEST_F(Microphone, AnOverrunIsToldAndTheDeviceStartsAgain) {
     const Output output = outputOf([&] {
         run();
@@ -206,6 +214,7 @@ TEST_F(Microphone, AnOverrunIsToldAndTheDeviceStartsAgain) {
     EXPECT_NE(output.out.find("\nSNDWAV_ReadPcm <<<<<<<<<<<<<<< Buffer Underrun >>>>>>>>>>>>>>>\n"),
               std::string::npos);
     EXPECT_EQ(fake.count("prepare"), 1U);
+    expectStartedAfterPrepared(fake);
 }
 
 TEST_F(Microphone, AnOverrunFoundBeforeTheReadStartsItAgain) {
@@ -220,6 +229,7 @@ TEST_F(Microphone, AnOverrunFoundBeforeTheReadStartsItAgain) {
         capture.reset();
     });
     EXPECT_NE(output.out.find("\n0.avail error = -32\n"), std::string::npos);
+    expectStartedAfterPrepared(fake);
 }
 
 TEST_F(Microphone, ALastingErrorEndsTheLoop) {

@@ -295,6 +295,7 @@ int snd_pcm_nonblock(snd_pcm_t*, int) {
 }
 
 snd_pcm_state_t snd_pcm_state(snd_pcm_t*) {
+    FakePcm::current().answer("state");
     return FakePcm::current().state();
 }
 

@@ -171,6 +171,29 @@ TEST_F(Playback, AFailedWriteEndsItsPeriodOnly) {
     EXPECT_TRUE(std::equal(third.begin(), third.end(), written.begin()));
 }
 
+// What comes while the device refuses is skipped: the sound is not later than before.
+TEST_F(Playback, AFailedWriteLeavesTheDelayAsItWas) {
+    std::atomic<PlaybackAudio*> running{nullptr};
+    std::atomic<int> calls{0};
+    fake.onWrite = [&](snd_pcm_uframes_t frames) -> snd_pcm_sframes_t {
+        if (++calls > 1) {
+            return static_cast<snd_pcm_sframes_t>(frames);
+        }
+        const std::vector<unsigned char> more = counted(2 * periodBytes, 10 * periodBytes);
+        running.load()->pushPcmData(more.data(), static_cast<unsigned>(more.size()));
+        return -EIO;
+    };
+    playing([&](PlaybackAudio& playback) {
+        running = &playback;
+        playback.receive_handler(chunkOf(counted(10 * periodBytes)), 0);
+        EXPECT_TRUE(waitWritten(periodBytes));
+    });
+    // Ten periods were held: one is lost with the write, one skipped for the two that came.
+    const std::vector<unsigned char> third = counted(periodBytes, 2 * periodBytes);
+    const std::vector<unsigned char> written = fake.written();
+    EXPECT_TRUE(std::equal(third.begin(), third.end(), written.begin()));
+}
+
 // However long it lasts, a device that refuses fills no log and takes no processor.
 class PlaybackTrouble : public Playback, public testing::WithParamInterface<int> {};
 
