@@ -69,6 +69,7 @@ TEST(Sound, PassesUnchangedApartFromRepeatedFrames) {
 
 struct Source {
     unsigned rate, channels;
+    bool plain;  // in the plain run too: every rate and every channel count once
 };
 
 std::ostream& operator<<(std::ostream& out, const Source& source) {
@@ -78,6 +79,9 @@ std::ostream& operator<<(std::ostream& out, const Source& source) {
 class SoundMatrix : public testing::TestWithParam<Source> {};
 
 TEST_P(SoundMatrix, KeepsPitchAndLevel) {
+    if (!GetParam().plain && !support::longRun()) {
+        GTEST_SKIP() << "a long run";
+    }
     MicrophoneKind kind;
     kind.rate = GetParam().rate;
     kind.channels = GetParam().channels;
@@ -99,14 +103,14 @@ TEST_P(SoundMatrix, KeepsPitchAndLevel) {
 }
 
 std::vector<Source> sources() {
-    if (!support::longRun()) {
-        return {{48000, 1}, {44100, 2}, {32000, 3}, {16000, 8}, {8000, 1}};
-    }
+    const unsigned plainChannels[] = {1, 2, 3, 8, 1};
+    std::size_t place = 0;
     std::vector<Source> all;
     for (const unsigned rate : {48000U, 44100U, 32000U, 16000U, 8000U}) {
         for (const unsigned channels : {1U, 2U, 3U, 8U}) {
-            all.push_back({rate, channels});
+            all.push_back({rate, channels, channels == plainChannels[place]});
         }
+        ++place;
     }
     return all;
 }
