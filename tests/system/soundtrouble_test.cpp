@@ -185,4 +185,21 @@ TEST(SoundOverrun, IsToldAndSoundIsBack) {
     EXPECT_TRUE(plays(board, 12000));
 }
 
+// Cards that stand still hold nobody: the drain has an end.
+TEST(SoundTeardown, DoesNotWaitForCardsThatStandStill) {
+    Board board(support::soundScenario({}, "ramp"));
+    Application application(board);
+    const std::size_t next = application.expectPlaying();
+    ASSERT_TRUE(plays(board, 12000));
+    board.stall("microphone", true);
+    board.stall("output", true);
+    const auto began = support::Clock::now();
+    board.unplug("camera");
+    application.expectLine("delete capture media succeed", Milliseconds(2500), next);
+    EXPECT_TRUE(application.waitForPipelineGone(Milliseconds(500)));
+    std::printf(
+        "torn down after %lld ms\n",
+        (long long)std::chrono::duration_cast<Milliseconds>(support::Clock::now() - began).count());
+}
+
 }  // namespace
