@@ -20,8 +20,6 @@ using Ready = std::function<void(const std::shared_ptr<const FrameLoop>&)>;
 // More than can be under way between camera and screen (a queue of 100, a ring of 36, what a
 // decoder holds), so that a place in the loop says which delivery it was.
 constexpr unsigned shortestMarkedLoop = 192;
-// Encoded ahead before a stream may begin; encoding goes on faster than most streams from there.
-constexpr std::uint32_t lead = 48;
 
 class RawLoop : public FrameLoop {
   public:
@@ -62,6 +60,9 @@ void encodeH264(const FrameLoopWish& wish, const std::function<bool()>& goOn, co
     const auto loop = std::make_shared<PacketLoop>(length, wish.encoding.parameterSetsEvery, true);
     H264Encoder encoder(wish.width, wish.height, wish.encoding,
                         [&loop](MediaPacket packet) { loop->add(std::move(packet)); });
+    // So many are encoded before a stream begins, fewer where each takes long: nobody waits for a
+    // camera for ever.
+    const std::uint32_t lead = loopLength(wish.width, wish.height);
     bool said = false;
     const auto say = [&] {
         if (!said)

@@ -102,7 +102,7 @@ void writeRows(jpeg_compress_struct& info, const JpegPlanes& planes) {
         for (std::uint32_t line = 0; line < rowLines; ++line)
             y[line] = lineOf(planes.y, std::size_t(top + line) * planes.stride);
         for (std::uint32_t line = 0; line < chromaLines; ++line) {
-            const std::size_t place = std::size_t(top / rowLines * chromaLines + line);
+            const std::size_t place = std::size_t(top) / rowLines * chromaLines + line;
             u[line] = lineOf(planes.u, place * (planes.stride / 2));
             v[line] = lineOf(planes.v, place * (planes.stride / 2));
         }
@@ -121,8 +121,8 @@ JpegPlanes planesOfYuyv(const std::uint8_t* picture, std::uint32_t width, std::u
         std::uint8_t* u = planes.u.data() + std::size_t(line) * (planes.stride / 2);
         std::uint8_t* v = planes.v.data() + std::size_t(line) * (planes.stride / 2);
         for (std::uint32_t pair = 0; pair < width / 2; ++pair, from += 4) {
-            y[pair * 2] = from[0];
-            y[pair * 2 + 1] = from[2];
+            *y++ = from[0];
+            *y++ = from[2];
             u[pair] = from[1];
             v[pair] = from[3];
         }
