@@ -15,9 +15,32 @@
 
 namespace support {
 
+namespace {
+
+// Removed with the test program.
+class ScenarioFolders {
+  public:
+    ~ScenarioFolders() {
+        for (const std::string& path : paths_) {
+            std::error_code gone;
+            std::filesystem::remove_all(path, gone);
+        }
+    }
+    const std::string& add() {
+        paths_.push_back(makeTemporaryFolder("sound-"));
+        return paths_.back();
+    }
+
+  private:
+    std::vector<std::string> paths_;
+};
+
+}  // namespace
+
 std::string soundScenario(const MicrophoneKind& microphone, const std::string& hears,
                           const std::string& output) {
-    const std::string folder = makeTemporaryFolder("sound-");
+    static ScenarioFolders folders;
+    const std::string folder = folders.add();
     std::ostringstream listing;
     listing << "Bench at usb-0000:00:14.0-1, high speed : USB Audio\n\nCapture:\n  Status: Stop\n"
                "  Interface 3\n    Altset 1\n    Format: "
