@@ -60,6 +60,8 @@ class FakeRig {
     std::atomic<bool> cameraGone{false};       // its node does not exist
     std::atomic<bool> receiversRefuse{false};  // they can be opened for reading only
 
+    std::atomic<unsigned> pauses{0};  // sleeps of the code under test that have begun
+
     // Receivers: /dev/input/eventN.
     void plugReceiver(int number, const std::string& name = dongle);
     // The node goes; who has it open reads ENODEV, or, when `quietly`, nothing any more.

@@ -36,6 +36,9 @@ class Lifecycle : public testing::Test {
         double quickest = std::numeric_limits<double>::max();
         for (int attempt = 0; attempt < 5 && !HasFatalFailure(); ++attempt) {
             prepare();
+            // At the beginning of a pause, which is the worst moment.
+            const unsigned pauses = rig.pauses;
+            EXPECT_TRUE(comesTrue([&] { return rig.pauses != pauses; }, deadline));
             const auto begin = Clock::now();
             bot.reset();
             quickest = std::min(quickest, millisecondsSince(begin));

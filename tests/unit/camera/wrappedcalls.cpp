@@ -112,7 +112,12 @@ ssize_t __wrap_read(int fd, void* buffer, size_t size) {
 }
 
 int __wrap_nanosleep(const timespec* length, timespec* rest) {
-    const FakeRig* rig = FakeRig::current();
+    FakeRig* rig = FakeRig::current();
+    char thread[16] = "";
+    pthread_getname_np(pthread_self(), thread, sizeof thread);
+    if (rig != nullptr && std::strcmp(thread, "ObsBot") == 0) {
+        ++rig->pauses;
+    }
     if (rig == nullptr || rig->patient) {
         return __real_nanosleep(length, rest);
     }
