@@ -48,7 +48,10 @@ TEST(Edges, ShortFrameIsDroppedWithOneLine) {
     ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 5; },
                                      Milliseconds(10000)));
     const std::size_t linesBefore = application.err().size() + application.out().size();
+    // Frames are missing between two that are counted: one must be there before.
     board.resetFigures();
+    ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 1; },
+                                     Milliseconds(10000)));
     const std::uint64_t lostBefore = board.camera().lost;
     board.setPayload(1000, 3);
     // A display that had fallen behind first shows what stood in its ring before the short frames.

@@ -70,6 +70,12 @@ TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
         board.order(std::string(R"({"order":"payload-fault","kind":")") + fault.kind +
                     R"(","count":3})");
         ASSERT_TRUE(showsMore(board, 30));
+        if (fault.missing) {
+            // A display that had fallen behind shows what stood in its ring first.
+            EXPECT_TRUE(board.waitForDisplay([](const auto& now) { return now.skipped >= 3; },
+                                             Milliseconds(10000)))
+                << "there was no damage";
+        }
         expectStillPlaying(application, next);
         const support::DisplayFigures display = board.display();
         EXPECT_EQ(display.outOfOrder, 0u);
@@ -79,9 +85,6 @@ TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
         // A busy machine may drop frames on its own.
         if (fault.shown && lost == 0 && !support::sanitizedBuild()) {
             EXPECT_EQ(display.skipped, 0u) << "such a frame is shown all the same";
-        }
-        if (fault.missing) {
-            EXPECT_GE(display.skipped, 3u) << "there was no damage";
         }
         ASSERT_FALSE(HasFailure());
     }
