@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::int64_t mostChannels = 64, highestRate_Hz = 768000;
-constexpr std::int64_t mostBufferBytes = 16 * 1024 * 1024;
+constexpr std::int64_t mostBufferBytes = 16 << 20;
 
 std::uint64_t readFormats(const JsonPlace& place) {
     std::uint64_t bits = 0;

@@ -14,9 +14,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t flushBytes = 64 * 1024;
+constexpr std::size_t flushBytes = 64 << 10;
 // A disk that does not keep up: frames are dropped, and the recording says that it failed.
-constexpr std::size_t mostWaiting = 256 * 1024 * 1024;
+constexpr std::size_t mostWaiting = 256 << 20;
 
 }  // namespace
 

@@ -28,8 +28,9 @@ class Tone : public SoundSource {
     std::int32_t sample(std::uint64_t frame, std::uint32_t /*channel*/,
                         std::uint32_t rate_Hz) const override {
         // Whole seconds drop out for a whole frequency, so that the phase stays exact.
+        const std::uint64_t seconds = frame / rate_Hz;
         const double turns = frequency_Hz_ * double(frame % rate_Hz) / rate_Hz +
-                             (frequency_Hz_ - std::floor(frequency_Hz_)) * double(frame / rate_Hz);
+                             (frequency_Hz_ - std::floor(frequency_Hz_)) * double(seconds);
         return scaled(halfScale * std::sin(twoPi * (turns - std::floor(turns))));
     }
 

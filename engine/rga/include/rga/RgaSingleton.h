@@ -30,9 +30,11 @@ class Singleton {
     static T* sInstance;
 };
 
-// In exactly one source file for each T.
+// In exactly one source file for each T. A type takes no parentheses around it.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define RGA_SINGLETON_STATIC_INSTANCE(T) \
     template <>                          \
     std::mutex Singleton<T>::sLock{};    \
     template <>                          \
     T* Singleton<T>::sInstance(nullptr)
+// NOLINTEND(bugprone-macro-parentheses)

@@ -6,6 +6,13 @@
 #include <cerrno>
 #include <cstdint>
 
+class RockchipRga;
+// Defined in the library.
+template <>
+std::mutex Singleton<RockchipRga>::sLock;
+template <>
+RockchipRga* Singleton<RockchipRga>::sInstance;
+
 class RockchipRga : public Singleton<RockchipRga> {
   public:
     static inline RockchipRga& get() { return getInstance(); }
