@@ -49,6 +49,9 @@ void expectStillPlaying(Application& application, std::size_t from) {
     EXPECT_FALSE(change.has_value()) << application.out().text() << application.err().text();
 }
 
+// Pictures between camera and screen at most: a queue of 100, a ring of 36, what the decoder holds.
+constexpr unsigned underWay = 150;
+
 class Payloads : public testing::TestWithParam<CameraMode> {};
 
 TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
@@ -78,8 +81,12 @@ TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
         }
         expectStillPlaying(application, next);
         const support::DisplayFigures display = board.display();
-        EXPECT_EQ(display.outOfOrder, 0u);
         const std::uint64_t lost = board.camera().lost - lostBefore;
+        // After a lost frame an H.264 picture may come out of the wrong predecessor, and its mark
+        // with it, until the next key picture.
+        if (isJpeg || lost == 0) {
+            EXPECT_EQ(display.outOfOrder, 0u);
+        }
         std::printf("%s %s: %llu pictures missing, %llu lost by the camera\n", GetParam().name,
                     fault.kind, (unsigned long long)display.skipped, (unsigned long long)lost);
         // A busy machine may drop frames on its own.
@@ -105,9 +112,15 @@ TEST_P(Payloads, AtRandomThePipelineStays) {
                             Milliseconds(10000 + frames * 20)));
     expectStillPlaying(application, next);
     board.order(R"({"order":"payload-mix","permille":0})");
+    // The mark of a damaged picture may say anything. What is still under way is let pass.
+    EXPECT_TRUE(showsMore(board, underWay));
+    board.resetFigures();
+    const std::uint64_t lostBefore = board.camera().lost;
     EXPECT_TRUE(showsMore(board, 30));
     expectStillPlaying(application, next);
-    EXPECT_EQ(board.display().outOfOrder, 0u);
+    if (std::string(GetParam().fourcc) == "MJPG" || board.camera().lost == lostBefore) {
+        EXPECT_EQ(board.display().outOfOrder, 0u);
+    }
 }
 
 constexpr char failedToNone[] = "statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE";
