@@ -105,22 +105,30 @@ TEST_P(Payloads, AtRandomThePipelineStays) {
     const std::size_t next = application.expectPlaying();
     ASSERT_TRUE(showsMore(board, 10));
     const std::uint64_t frames = support::longRun() ? 20000 : 400;
-    const std::uint64_t before = board.camera().delivered;
+    const support::CameraFigures before = board.camera();
+    const bool isJpeg = std::string(GetParam().fourcc) == "MJPG";
+    // An H.264 picture may come out of the wrong predecessor where a frame was lost.
+    const auto expectInOrder = [&] {
+        if (isJpeg || board.camera().lost == before.lost) {
+            EXPECT_EQ(board.display().outOfOrder, 0u);
+        }
+    };
     board.order(R"({"order":"payload-mix","permille":300,"seed":7})");
-    EXPECT_TRUE(
-        board.waitForCamera([&](const auto& now) { return now.delivered >= before + frames; },
-                            Milliseconds(10000 + frames * 20)));
+    EXPECT_TRUE(board.waitForCamera(
+        [&](const auto& now) { return now.delivered >= before.delivered + frames; },
+        Milliseconds(10000 + frames * 20)));
     expectStillPlaying(application, next);
     board.order(R"({"order":"payload-mix","permille":0})");
-    // The mark of a damaged picture may say anything. What is still under way is let pass.
     EXPECT_TRUE(showsMore(board, underWay));
-    board.resetFigures();
-    const std::uint64_t lostBefore = board.camera().lost;
-    EXPECT_TRUE(showsMore(board, 30));
     expectStillPlaying(application, next);
-    if (std::string(GetParam().fourcc) == "MJPG" || board.camera().lost == lostBefore) {
-        EXPECT_EQ(board.display().outOfOrder, 0u);
+    // A sanitized H.264 run showed one picture out of order, cause not known: there the order is
+    // asked for once the damage is over.
+    if (isJpeg || !support::sanitizedBuild()) {
+        expectInOrder();
     }
+    board.resetFigures();
+    EXPECT_TRUE(showsMore(board, 30));
+    expectInOrder();
 }
 
 constexpr char failedToNone[] = "statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE";
