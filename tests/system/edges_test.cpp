@@ -52,19 +52,20 @@ TEST(Edges, ShortFrameIsDroppedWithOneLine) {
     board.resetFigures();
     ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 1; },
                                      Milliseconds(10000)));
-    const std::uint64_t lostBefore = board.camera().lost;
     board.setPayload(1000, 3);
     // A display that had fallen behind first shows what stood in its ring before the short frames.
     ASSERT_TRUE(board.waitForDisplay(
         [](const auto& figures) { return figures.shown >= 30 && figures.skipped >= 3; },
         Milliseconds(10000)));
-    // On a busy machine the camera itself may find no buffer.
-    EXPECT_LE(board.display().skipped, 3u + board.camera().lost - lostBefore);
+    // On a busy machine the camera itself may find no buffer. When such a frame's gap reaches the
+    // display is not known, so all that it lost since its start are allowed for.
+    const std::uint64_t skipped = board.display().skipped;
+    EXPECT_LE(skipped, 3u + board.camera().lost);
     EXPECT_EQ(board.display().outOfOrder, 0u);
     std::size_t said = 0;
     for (const auto* log : {&application.out(), &application.err()}) {
         for (const std::string& line : log->all()) {
-            said += line.find("1000") != std::string::npos ? 1 : 0;
+            said += line.rfind("rawvideo frame dropped: 1000 bytes", 0) == 0 ? 1 : 0;
         }
     }
     EXPECT_EQ(said, 3u) << application.out().text() << application.err().text();
