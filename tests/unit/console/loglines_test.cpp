@@ -1,0 +1,156 @@
+// The reader of docs/log-lines.md.
+#include "board/console/loglines.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace {
+
+using board::console::LogLines;
+
+constexpr char head[] =
+    "# Lines\n"
+    "\n"
+    "| kind | what it is |\n"
+    "| --- | --- |\n"
+    "| fault | something is wrong |\n"
+    "| figures | numbers |\n"
+    "\n"
+    "| line | kind | meaning | what to do |\n"
+    "| --- | --- | --- | --- |\n";
+
+LogLines read(const std::string& rows) {
+    return {head + rows, "lines.md"};
+}
+
+std::string refusal(const std::string& document) {
+    try {
+        const LogLines lines(document, "lines.md");
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "";
+}
+
+// The pattern of the entry that a line belongs to.
+std::string patternOf(const LogLines& lines, std::string_view line) {
+    const auto found = lines.find(line);
+    return found ? lines.entries()[*found].pattern : "none";
+}
+
+TEST(LogLines, HaveFourColumns) {
+    const LogLines lines = read("| `cap:…` | figures | frames a \\| second | nothing |\n");
+    ASSERT_EQ(lines.entries().size(), 1u);
+    const auto& entry = lines.entries().front();
+    EXPECT_EQ(entry.pattern, "cap:…");
+    EXPECT_EQ(entry.kind, "figures");
+    EXPECT_EQ(entry.meaning, "frames a | second");
+    EXPECT_EQ(entry.todo, "nothing");
+}
+
+TEST(LogLines, OtherTablesAndTextsAreNoEntries) {
+    const LogLines lines = read(
+        "| `a` | fault | | |\n"
+        "\n"
+        "| `b` | fault | | |\n"
+        "\n"
+        "| word | meaning |\n"
+        "| --- | --- |\n"
+        "| `c` | fault |\n"
+        "`d`\n"
+        "| line | kind | meaning | what to do |\n"
+        "| --- | --- | --- | --- |\n"
+        "| `e` | fault | | |\n");
+    ASSERT_EQ(lines.entries().size(), 2u);
+    EXPECT_EQ(lines.entries()[1].pattern, "e");
+}
+
+TEST(LogLines, BlanksAndBarsOfALineAreItsOwn) {
+    const LogLines lines = read("| ` a  \\| b` | fault | | |\r\n| `EAGAIN ` | fault | | |\n");
+    EXPECT_EQ(patternOf(lines, " a  | b"), " a  | b");
+    EXPECT_EQ(patternOf(lines, "a  | b"), "none");
+    EXPECT_EQ(patternOf(lines, "EAGAIN "), "EAGAIN ");
+    EXPECT_EQ(patternOf(lines, "EAGAIN"), "none");
+}
+
+TEST(LogLines, WhatVariesMayBeAnythingAlsoNothing) {
+    const LogLines lines = read("| `from … to …, …` | fault | | |\n| `…: gone…` | fault | | |\n");
+    EXPECT_EQ(patternOf(lines, "from a to b, c"), "from … to …, …");
+    EXPECT_EQ(patternOf(lines, "from  to , "), "from … to …, …");
+    EXPECT_EQ(patternOf(lines, "from to to to, , to"), "from … to …, …");
+    EXPECT_EQ(patternOf(lines, "from a to b"), "none");
+    EXPECT_EQ(patternOf(lines, "from a, b to c"), "none");
+    EXPECT_EQ(patternOf(lines, ": gone"), "…: gone…");
+    EXPECT_EQ(patternOf(lines, "x: gon"), "none");
+    EXPECT_EQ(patternOf(lines, std::string_view("\0\xff: gone", 8)), "…: gone…");
+}
+
+TEST(LogLines, HeadAndTailDoNotShareCharacters) {
+    const LogLines lines = read("| `aba…aba` | fault | | |\n");
+    EXPECT_EQ(patternOf(lines, "aba"), "none");
+    EXPECT_EQ(patternOf(lines, "ababa"), "none");
+    EXPECT_EQ(patternOf(lines, "abaaba"), "aba…aba");
+}
+
+TEST(LogLines, NothingButWhatVariesIsANumber) {
+    const LogLines lines = read("| `…` | figures | | |\n");
+    EXPECT_EQ(patternOf(lines, "45000"), "…");
+    EXPECT_EQ(patternOf(lines, "-5"), "…");
+    for (const char* other : {"", "-", "4 5", "45a", "a", "--5"})
+        EXPECT_EQ(patternOf(lines, other), "none") << other;
+}
+
+TEST(LogLines, MostLiteralCharactersWin) {
+    const LogLines lines = read(
+        "| `…x…@…` | fault | | |\n"
+        "| `   Mjpeg   …x…@…` | fault | | |\n"
+        "| `   Mjpeg   640x…` | fault | | |\n"
+        "| `…` | fault | | |\n");
+    EXPECT_EQ(patternOf(lines, "640x480@30"), "…x…@…");
+    EXPECT_EQ(patternOf(lines, "   Mjpeg   320x240@30"), "   Mjpeg   …x…@…");
+    EXPECT_EQ(patternOf(lines, "   Mjpeg   640x480@30"), "   Mjpeg   640x…");
+    EXPECT_EQ(lines.findAll("   Mjpeg   640x480@30"), (std::vector<std::size_t>{2, 1, 0}));
+    EXPECT_EQ(lines.literalBytes(0), 2u);
+}
+
+TEST(LogLines, EmptyLinesBelongToNothing) {
+    const LogLines lines = read("| `…a…` | fault | | |\n");
+    EXPECT_FALSE(lines.find("").has_value());
+    EXPECT_TRUE(lines.findAll("").empty());
+}
+
+TEST(LogLines, RefusalsNameTheLine) {
+    const std::string ten = "lines.md:10: ";
+    EXPECT_EQ(refusal(std::string(head) + "| `a` | fault | |\n"),
+              ten + "a row has 3 cells, a log line takes 4");
+    EXPECT_EQ(refusal(std::string(head) + "| `a|b` | fault | | |\n"),
+              ten + "a row has 5 cells, a log line takes 4");
+    EXPECT_EQ(refusal(std::string(head) + "| a | fault | | |\n"),
+              ten + "the line must stand in backticks: a");
+    EXPECT_EQ(refusal(std::string(head) + "| `` | fault | | |\n"),
+              ten + "the line must stand in backticks: ``");
+    EXPECT_EQ(refusal(std::string(head) + "| `a` b `c` | fault | | |\n"),
+              ten + "a backtick inside a line: `a` b `c`");
+    EXPECT_EQ(refusal(std::string(head) + "| `a` | sound | | |\n"), ten + "unknown kind 'sound'");
+    EXPECT_EQ(refusal(std::string(head) + "| `a` | fault | | |\n| `a` | figures | | |\n"),
+              "lines.md:11: stands here twice: `a`");
+    for (const std::string& none : {std::string(), std::string("|"), std::string(head)})
+        EXPECT_EQ(refusal(none), "lines.md: no table of log lines in it");
+}
+
+TEST(LogLines, UnreadableFilesAreRefused) {
+    for (const char* path : {"/no/such/file", "/tmp"}) {
+        try {
+            LogLines::fromFile(path);
+            ADD_FAILURE() << path;
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(std::string(error.what()).rfind(std::string(path) + ": cannot be read: ", 0),
+                      0u)
+                << error.what();
+            EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos);
+        }
+    }
+}
+
+}  // namespace
