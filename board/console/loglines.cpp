@@ -152,12 +152,15 @@ LogLines::LogLines(const std::string& document, const std::string& name)
 
 LogLines LogLines::fromFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file || text.bad()) {
+    std::string text;
+    char block[4096];
+    while (file.read(block, sizeof block) || file.gcount() > 0) {
+        text.append(block, static_cast<std::size_t>(file.gcount()));
+    }
+    if (!file.is_open() || file.bad()) {
         throw std::runtime_error(path + ": cannot be read: " + std::strerror(errno));
     }
-    return {text.str(), path};
+    return {text, path};
 }
 
 void LogLines::prepare() {
