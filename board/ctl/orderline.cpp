@@ -130,6 +130,7 @@ const rapidjson::Value* findMember(const rapidjson::Value& value, const char* ke
 }
 
 bool talk(int fd, const std::string& line, std::string& answer) {
+    errno = 0;
     for (std::size_t sent = 0; sent < line.size();) {
         const ssize_t bytes = ::send(fd, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
         if (bytes < 0 && errno != EINTR)
@@ -172,7 +173,7 @@ bool composeOrder(const std::vector<std::string>& words, std::string& line, std:
 }
 
 bool exchange(const std::string& folder, const std::string& line, std::string& answer,
-              std::string& error) {
+              std::string& error, std::chrono::seconds patience) {
     int fd = -1;
     try {
         fd = connectTo(folder + "/" + board::wire::orderSocketName, error);
@@ -181,10 +182,15 @@ bool exchange(const std::string& folder, const std::string& line, std::string& a
     }
     if (fd < 0)
         return false;
+    const timeval limit{patience.count(), 0};  // 0: none
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     const bool answered = talk(fd, line, answer);
+    const bool late = !answered && errno == EAGAIN;
     ::close(fd);
     if (!answered)
-        error = "the board went away without an answer";
+        error = late ? "the board did not answer within " + std::to_string(patience.count()) + " s"
+                     : "the board went away without an answer";
     return answered;
 }
 
