@@ -5,6 +5,7 @@ pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libjpeg)
 pkg_check_modules(RESAMPLE REQUIRED IMPORTED_TARGET libavdevice libswresample libavutil)
 pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa)
 pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 
 # Debian's libyuv comes without a pkg-config file.
 find_library(YUV_LIBRARY yuv REQUIRED)

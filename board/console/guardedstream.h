@@ -9,7 +9,7 @@
 namespace board::console {
 
 struct StreamLimits {
-    std::size_t requestBytes = 24u << 10;   // head and body together
+    std::size_t requestBytes = 24u << 10;      // head and body together
     std::chrono::milliseconds request{10000};  // for the whole request to arrive
     std::chrono::milliseconds write{10000};    // for one piece of an answer to be taken
 };

@@ -15,18 +15,17 @@ constexpr std::size_t longestText = 64;
 
 // What is not here is refused: whatever writes or reads files, ends programs or takes a path.
 constexpr const char* allowedWords[] = {
-    "plug",        "unplug",       "stall",       "resume",     "recording", "payload",
-    "payload-mix", "payload-fault", "encoded-size", "press",     "release",   "hold",
-    "inputs",      "ptz",          "told",        "modes",      "flips",     "lose-flip",
-    "clock-error", "xrun",         "suspend",     "grant",      "open-fails", "hear",
-    "figures",     "figures-reset", "fail",       "faults-clear", "park",    "unpark",
-    "parks",       "clock-step",   "state",       "catalogue",
+    "plug",        "unplug",        "stall",        "resume",       "recording",  "payload",
+    "payload-mix", "payload-fault", "encoded-size", "press",        "release",    "hold",
+    "inputs",      "ptz",           "told",         "modes",        "flips",      "lose-flip",
+    "clock-error", "xrun",          "suspend",      "grant",        "open-fails", "hear",
+    "figures",     "figures-reset", "fail",         "faults-clear", "park",       "unpark",
+    "parks",       "clock-step",    "state",        "catalogue",
 };
 
 // Names of devices, keys, calls, threads: no slash, no dot at the beginning, nothing unprintable.
 bool plainWord(const std::string& text) {
-    constexpr char allowed[] =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-:.";
+    constexpr char allowed[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-:.";
     return !text.empty() && text.size() <= longestText && text.front() != '.' &&
            text.find_first_not_of(allowed) == std::string::npos;
 }

@@ -12,10 +12,14 @@ namespace fs = std::filesystem;
 namespace {
 
 const std::map<std::string, std::string> types = {
-    {".html", "text/html; charset=utf-8"}, {".css", "text/css; charset=utf-8"},
-    {".js", "text/javascript; charset=utf-8"}, {".json", "application/json"},
-    {".svg", "image/svg+xml"},             {".png", "image/png"},
-    {".ico", "image/x-icon"},              {".webmanifest", "application/manifest+json"},
+    {".html", "text/html; charset=utf-8"},
+    {".css", "text/css; charset=utf-8"},
+    {".js", "text/javascript; charset=utf-8"},
+    {".json", "application/json"},
+    {".svg", "image/svg+xml"},
+    {".png", "image/png"},
+    {".ico", "image/x-icon"},
+    {".webmanifest", "application/manifest+json"},
 };
 
 }  // namespace

@@ -117,8 +117,8 @@ void Reception::run() {
 
 int Reception::pollPatience_ms() const {
     constexpr int lookForFreeThread_ms = 10, lookForLate_ms = 500;
-    const bool ready = std::any_of(guests_.begin(), guests_.end(),
-                                   [](const Guest& guest) { return guest.ready; });
+    const bool ready =
+        std::any_of(guests_.begin(), guests_.end(), [](const Guest& guest) { return guest.ready; });
     return ready ? lookForFreeThread_ms : guests_.empty() ? -1 : lookForLate_ms;
 }
 
