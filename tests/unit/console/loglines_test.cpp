@@ -1,8 +1,11 @@
-// The reader of docs/log-lines.md.
+// The reader of docs/log-lines.md, on texts of its own and on the document itself.
 #include "board/console/loglines.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <fstream>
 #include <stdexcept>
 
 namespace {
@@ -151,6 +154,40 @@ TEST(LogLines, UnreadableFilesAreRefused) {
             EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos);
         }
     }
+}
+
+TEST(LogLines, ArePrintedByTheDocument) {
+    const LogLines lines = LogLines::fromFile(LOG_LINES);
+    EXPECT_GT(lines.entries().size(), 200u);
+    EXPECT_EQ(patternOf(lines, "statue: STATUE_POOL_OPENDEVICE ==> STATUE_POOL_PLAY"),
+              "statue: STATUE_POOL_OPENDEVICE ==> STATUE_POOL_PLAY");
+    EXPECT_EQ(patternOf(lines, "cap:30"), "cap:…");
+    EXPECT_EQ(patternOf(lines, "nobody ever printed this"), "none");
+    for (const auto& entry : lines.entries()) {
+        EXPECT_FALSE(entry.meaning.empty()) << entry.pattern;
+        EXPECT_FALSE(entry.todo.empty()) << entry.pattern;
+        // Each line finds its own entry, whatever stands in the places that vary.
+        std::string line = entry.pattern;
+        for (std::size_t at = 0; (at = line.find("…")) != std::string::npos;)
+            line.replace(at, std::string("…").size(), "7");
+        EXPECT_EQ(patternOf(lines, line), entry.pattern) << line;
+    }
+}
+
+// A page that is opened late asks for thousands of lines at once.
+TEST(LogLines, ThousandsOfLinesAreAMomentsWork) {
+    const LogLines lines = LogLines::fromFile(LOG_LINES);
+    const std::string longLine(2000, 'x');
+    const auto began = std::chrono::steady_clock::now();
+    std::size_t found = 0;
+    for (int i = 0; i < 5000; ++i) {
+        found += lines.find("VIDIOC_DQBUF faild errno =19").has_value();
+        found += lines.find(longLine).has_value();
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+    EXPECT_EQ(found, 5000u);
+    RecordProperty("microseconds_a_line", std::to_string(took.count() * 1e6 / 10000));
+    EXPECT_LT(took.count(), 5.0);
 }
 
 }  // namespace
