@@ -1,57 +1,17 @@
 // Any bytes as the preset file. The first byte of an input says what is done with the rest.
 #include "control/camera/obsbot.h"
+#include "tests/fuzz/fuzzbench.h"
 
-#include <fcntl.h>
 #include <rapidjson/document.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 namespace {
+
+using fuzzbench::require;
 
 constexpr char presetNode[] = "/etc/uvc_param.conf";
 constexpr std::size_t saveLimit = 2048, recallLimit = 4096;
 
 int controlsSet = 0;
-
-// A file in memory that stands for the fixed one.
-const char* presetPath() {
-    static const std::string path =
-        "/proc/self/fd/" + std::to_string(memfd_create("presets", MFD_CLOEXEC));
-    return path.c_str();
-}
-
-bool isPreset(const char* path) {
-    return std::strcmp(path, presetNode) == 0;
-}
-
-void writePreset(const std::string& content) {
-    const UniqueFd file(open(presetPath(), O_WRONLY | O_TRUNC | O_CLOEXEC));
-    const ssize_t written = write(file.get(), content.data(), content.size());
-    if (written != static_cast<ssize_t>(content.size())) {
-        std::abort();
-    }
-}
-
-std::string readPreset() {
-    const UniqueFd file(open(presetPath(), O_RDONLY | O_CLOEXEC));
-    std::string content(1 << 14, '\0');
-    const ssize_t got = read(file.get(), content.data(), content.size());
-    content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
-    return content;
-}
-
-void require(bool truth, const char* what) {
-    if (!truth) {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
 
 rapidjson::Document parsed(const std::string& content) {
     rapidjson::Document document;
@@ -61,7 +21,7 @@ rapidjson::Document parsed(const std::string& content) {
 
 // A saving keeps the file, or makes one of it that holds the view, or null of one that is damaged.
 void checkSaved(int result, const std::string& before, const std::string& key) {
-    const std::string after = readPreset();
+    const std::string after = fuzzbench::readFile();
     const bool fits = before.size() < saveLimit;
     const rapidjson::Document old = parsed(before);
     const bool usable = old.HasParseError() || old.IsObject() || old.IsNull();
@@ -85,7 +45,7 @@ void checkSaved(int result, const std::string& before, const std::string& key) {
 }
 
 void checkRecalled(int result, const std::string& before) {
-    require(readPreset() == before, "the file after a recall");
+    require(fuzzbench::readFile() == before, "the file after a recall");
     require(result == (before.size() < recallLimit ? 0 : -1), "result of a recall");
     require(controlsSet <= 6, "number of controls");
     require(controlsSet == 0 || parsed(before).IsObject(), "controls of a file that is no object");
@@ -103,23 +63,9 @@ int ObsBot::setControl(UVC_PARAM_E param, int value, char percent) {
 
 extern "C" {
 
-int __real_open(const char* path, int flags, ...);
-int __real_access(const char* path, int mode);
-
-int __wrap_open(const char* path, int flags, ...) {
-    va_list rest;
-    va_start(rest, flags);
-    const mode_t mode = va_arg(rest, mode_t);
-    va_end(rest);
-    return __real_open(isPreset(path) ? presetPath() : path, flags, mode);
-}
-
-int __wrap_access(const char* path, int mode) {
-    return __real_access(isPreset(path) ? presetPath() : path, mode);
-}
-
 int LLVMFuzzerInitialize(int*, char***) {
-    return std::freopen("/dev/null", "w", stdout) == nullptr ? 1 : 0;
+    fuzzbench::standFor(presetNode);
+    return 0;
 }
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -128,7 +74,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     }
     const int what = data[0] & 7;
     const std::string content(reinterpret_cast<const char*>(data) + 1, size - 1);
-    writePreset(content);
+    fuzzbench::writeFile(content.data(), content.size());
     static ObsBot bot("");
     bot.controls = {};
     controlsSet = 0;

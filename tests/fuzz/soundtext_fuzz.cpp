@@ -1,40 +1,18 @@
 // Any bytes as the kernel's text about a camera's sound card.
 #include "control/camera/obsbot.h"
 #include "control/capture/analysisfile.h"
+#include "tests/fuzz/fuzzbench.h"
 
 #include <alsa/asoundlib.h>
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <utility>
 
 namespace {
 
+using fuzzbench::require;
+
 constexpr char textNode[] = "/proc/asound/card1/stream0";
 constexpr std::string_view settingLabel = "Altset";
-
-// A file in memory that stands for the fixed one.
-const char* textPath() {
-    static const std::string path =
-        "/proc/self/fd/" + std::to_string(memfd_create("stream0", MFD_CLOEXEC));
-    return path.c_str();
-}
-
-bool isText(const char* path) {
-    return std::strcmp(path, textNode) == 0;
-}
-
-void require(bool truth, const char* what) {
-    if (!truth) {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
 
 std::size_t settingsIn(std::string_view text) {
     std::size_t count = 0;
@@ -82,31 +60,14 @@ AnalysisFile::~AnalysisFile() = default;
 
 extern "C" {
 
-int __real_open(const char* path, int flags, ...);
-int __real_access(const char* path, int mode);
-
-int __wrap_open(const char* path, int flags, ...) {
-    va_list rest;
-    va_start(rest, flags);
-    const mode_t mode = va_arg(rest, mode_t);
-    va_end(rest);
-    return __real_open(isText(path) ? textPath() : path, flags, mode);
-}
-
-int __wrap_access(const char* path, int mode) {
-    return __real_access(isText(path) ? textPath() : path, mode);
-}
-
 int LLVMFuzzerInitialize(int*, char***) {
-    return std::freopen("/dev/null", "w", stdout) == nullptr ? 1 : 0;
+    fuzzbench::standFor(textNode);
+    return 0;
 }
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
-    {
-        const UniqueFd file(open(textPath(), O_WRONLY | O_TRUNC | O_CLOEXEC));
-        require(write(file.get(), data, size) == static_cast<ssize_t>(size), "the bench's file");
-    }
+    fuzzbench::writeFile(data, size);
     AnalysisFile analysis("");
     const bool chosen = analysis.analysisAudioDevice();
     check(analysis, chosen, text);
