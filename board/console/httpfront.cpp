@@ -1,5 +1,7 @@
 #include "board/console/httpfront.h"
 
+#include "board/console/livepart.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -236,10 +238,13 @@ void HttpFront::streamPictures(PictureChannel& channel, httplib::Response& respo
         return;
     const auto viewer = std::make_shared<PictureChannel::Viewer>(channel);
     response.set_content_provider(
-        "multipart/x-mixed-replace; boundary=picture",
-        [place, viewer](std::size_t, httplib::DataSink& sink) {
+        std::string("multipart/x-mixed-replace; boundary=") + liveBoundary,
+        [place, viewer](std::size_t sent, httplib::DataSink& sink) {
             const PictureChannel::Part part = viewer->next(streamPatience);
-            return part ? sink.write(part->data(), part->size()) : sink.is_writable();
+            if (!part)
+                return sink.is_writable();
+            return (sent > 0 || sink.write(liveBeginning, sizeof liveBeginning - 1)) &&
+                   sink.write(part->data(), part->size());
         });
 }
 
