@@ -29,6 +29,7 @@ struct PtzState {
     std::int64_t pan = 0, tilt = 0, zoom = 0;  // in units of the absolute controls
     std::int64_t panSpeed = 0, tiltSpeed = 0, zoomSpeed = 0;
     bool asleep = false, tracking = false;
+    bool moves = false;  // false: whatever it is told, the picture stands still
 };
 
 class Camera {
@@ -44,6 +45,7 @@ class Camera {
     void unplug();
     bool plugged() const;
     std::string nodePath() const;                                   // empty while unplugged
+    const std::string& name() const;                                // the description's
     void replaceDescription(const CameraDescription& description);  // takes effect at the next plug
 
     void stall(bool stalled);  // a stalled camera takes buffers and delivers nothing

@@ -29,6 +29,15 @@ Daemon::Daemon(EventLoop& loop, const std::string& folder, const Scenario& scena
     });
 }
 
+namespace {
+
+void addCard(JsonFields& fields, const std::string& device, const SoundCard* card) {
+    fields.add((device + "Plugged").c_str(), card != nullptr && card->plugged());
+    fields.add(device.c_str(), card != nullptr ? card->description().name : "");
+}
+
+}  // namespace
+
 JsonFields Daemon::figures() {
     JsonFields handles;
     for (const auto& entry : server_.openHandles())
@@ -50,9 +59,9 @@ JsonFields Daemon::state() {
     fields.add("scenario", scenario.name).add("folder", board_.folder());
     fields.add("speed", scenario.speed).add("cameraPlugged", cameraPlugged);
     fields.add("cameraNode", cameraPlugged ? rig_.camera()->nodePath() : "");
-    const auto hasCard = [](const SoundCard* card) { return card != nullptr && card->plugged(); };
-    fields.add("microphonePlugged", hasCard(rig_.microphone()));
-    fields.add("outputPlugged", hasCard(rig_.output()));
+    fields.add("camera", rig_.camera() != nullptr ? rig_.camera()->name() : "");
+    addCard(fields, "microphone", rig_.microphone());
+    addCard(fields, "output", rig_.output());
     fields.add("displayPlugged", rig_.display().plugged());
     fields.add("display", scenario.hasDisplay ? scenario.display.name : "");
     fields.add("mode", rig_.display().figures().mode);

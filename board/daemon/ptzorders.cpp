@@ -66,7 +66,8 @@ JsonFields ptz(Rig& rig) {
     number("panSpeed", state.panSpeed);
     number("tiltSpeed", state.tiltSpeed);
     number("zoomSpeed", state.zoomSpeed);
-    return fields.add("asleep", state.asleep).add("tracking", state.tracking);
+    fields.add("asleep", state.asleep).add("tracking", state.tracking);
+    return fields.add("moves", state.moves);
 }
 
 }  // namespace

@@ -80,6 +80,10 @@ std::string Camera::nodePath() const {
     return plugged() ? impl_->current->path() : "";
 }
 
+const std::string& Camera::name() const {
+    return impl_->description.name;
+}
+
 void Camera::replaceDescription(const CameraDescription& description) {
     impl_->description = description;
 }
@@ -146,6 +150,7 @@ PtzState Camera::ptz() const {
     state.panSpeed = valueOf(V4L2_CID_PAN_SPEED);
     state.tiltSpeed = valueOf(V4L2_CID_TILT_SPEED);
     state.zoomSpeed = valueOf(V4L2_CID_ZOOM_CONTINUOUS);
+    state.moves = impl_->description.ptz.moves;
     state.asleep = camera.units().asleep();
     state.tracking = camera.units().tracking();
     return state;
