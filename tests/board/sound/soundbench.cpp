@@ -49,8 +49,11 @@ void Bench::runFor(std::int64_t board_ns) {
 }
 
 void Notes::move(std::uint8_t* frames, std::uint32_t count) {
+    std::uint8_t* const end = frames + std::size_t(count) * frameBytes;
+    lowest = lowest == nullptr ? frames : std::min<const std::uint8_t*>(lowest, frames);
+    highest = std::max<const std::uint8_t*>(highest, end);
     if (!hears) {
-        played.insert(played.end(), frames, frames + std::size_t(count) * frameBytes);
+        played.insert(played.end(), frames, end);
         return;
     }
     for (std::uint32_t i = 0; i < count; ++i) {

@@ -49,6 +49,7 @@ class Notes : public board::SoundEnd {
     bool hears = false;  // capture: fills; playback: keeps
     std::uint32_t next = 0, frameBytes = 4;
     std::vector<std::uint8_t> played;
+    const std::uint8_t *lowest = nullptr, *highest = nullptr;  // of all frames that were moved
     std::vector<std::string> events;
     std::vector<std::int64_t> times;
 };
