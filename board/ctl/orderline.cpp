@@ -2,8 +2,8 @@
 
 #include "board/daemon/jsonfields.h"
 #include "board/daemon/jsonreader.h"
+#include "board/daemon/orderwords.h"
 #include "board/daemon/unixaddress.h"
-#include "board/protocol/orders.h"
 #include "board/protocol/wire.h"
 
 #include <rapidjson/stringbuffer.h>
@@ -14,46 +14,14 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
 
 namespace boardctl {
 
 namespace {
 
-struct Field {
-    std::string name;
-    bool optional = false;
-    char kind = ' ';  // as in protocol/orders.h
-};
-
-std::vector<Field> fieldsOf(const board::wire::OrderWord& word) {
-    std::vector<Field> fields;
-    std::istringstream stream(word.fields);
-    for (std::string text; stream >> text;) {
-        Field field;
-        field.optional = text.front() == '[';
-        if (field.optional)
-            text = text.substr(1, text.size() - 2);
-        if (std::strchr("#@%", text.front()) != nullptr) {
-            field.kind = text.front();
-            text.erase(0, 1);
-        }
-        field.name = text;
-        fields.push_back(field);
-    }
-    return fields;
-}
-
-const board::wire::OrderWord* findWord(const std::string& name) {
-    for (const board::wire::OrderWord& word : board::wire::orderWords)
-        if (name == word.name)
-            return &word;
-    return nullptr;
-}
-
 std::string synopsis(const board::wire::OrderWord& word) {
     std::string text = word.name;
-    for (const Field& field : fieldsOf(word)) {
+    for (const board::OrderField& field : board::orderFields(word)) {
         std::string name = field.name;
         for (char& c : name)
             c = char(std::toupper(c));
@@ -62,7 +30,8 @@ std::string synopsis(const board::wire::OrderWord& word) {
     return text;
 }
 
-void addArgument(board::JsonFields& order, const Field& field, const std::string& text) {
+void addArgument(board::JsonFields& order, const board::OrderField& field,
+                 const std::string& text) {
     std::int64_t number = 0;
     // The board has another working directory.
     const bool path =
@@ -151,14 +120,14 @@ bool talk(int fd, const std::string& line, std::string& answer) {
 }  // namespace
 
 bool composeOrder(const std::vector<std::string>& words, std::string& line, std::string& error) {
-    const board::wire::OrderWord* word = findWord(words.front());
+    const board::wire::OrderWord* word = board::findOrderWord(words.front());
     if (word == nullptr) {
         error = "unknown order \"" + words.front() + "\"; boardctl help lists them";
         return false;
     }
-    const std::vector<Field> fields = fieldsOf(*word);
+    const std::vector<board::OrderField> fields = board::orderFields(*word);
     std::size_t needed = 0;
-    for (const Field& field : fields)
+    for (const board::OrderField& field : fields)
         needed += field.optional ? 0 : 1;
     if (words.size() - 1 < needed || words.size() - 1 > fields.size()) {
         error = "usage: boardctl " + synopsis(*word);

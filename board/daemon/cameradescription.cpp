@@ -222,4 +222,11 @@ CameraDescription readCamera(const JsonPlace& place) {
     return camera;
 }
 
+std::string fourccText(std::uint32_t fourcc) {
+    std::string text;
+    for (unsigned shift = 0; fourcc != 0 && shift < 32; shift += 8)
+        text += char(fourcc >> shift & 0x7f);
+    return text;
+}
+
 }  // namespace board

@@ -5,22 +5,40 @@
 #include "board/daemon/inputorders.h"
 #include "board/daemon/ptzorders.h"
 #include "board/daemon/reportorders.h"
+#include "board/daemon/sessionorders.h"
 #include "board/daemon/soundorders.h"
+
+#include <utility>
 
 namespace board {
 
-Daemon::Daemon(EventLoop& loop, const std::string& folder, const Scenario& scenario)
+Daemon::Daemon(EventLoop& loop, const std::string& folder, const Scenario& scenario,
+               std::function<void()> ready)
     : loop_(loop),
       board_(loop, folder, scenario.speed),
       rig_(board_, scenario),
-      server_(board_, faults_),
-      orderServer_(loop, folder + "/" + wire::orderSocketName, orders_) {
+      session_(board_, orders_, scenario) {
+    addOrders();
+    session_.start([this, ready = std::move(ready)] {
+        open();
+        ready();
+    });
+}
+
+void Daemon::open() {
+    server_ = std::make_unique<Server>(board_, faults_, [this] { session_.firstClient(); });
+    orderServer_ = std::make_unique<OrderServer>(
+        loop_, board_.folder() + "/" + wire::orderSocketName, orders_);
+}
+
+void Daemon::addOrders() {
     addCoreOrders(orders_, board_, faults_);
     addReportOrders(orders_, board_);
     addDeviceOrders(orders_, rig_);
     addSoundOrders(orders_, rig_);
     addInputOrders(orders_, rig_);
     addPtzOrders(orders_, rig_);
+    addSessionOrders(orders_, board_, session_);
     orders_.addImmediate("figures", [this](JsonObject&) { return figures(); });
     orders_.addImmediate("state", [this](JsonObject&) { return state(); });
     orders_.add("quit", [this](JsonObject&, const OrderDone& done) {
@@ -40,7 +58,7 @@ void addCard(JsonFields& fields, const std::string& device, const SoundCard* car
 
 JsonFields Daemon::figures() {
     JsonFields handles;
-    for (const auto& entry : server_.openHandles())
+    for (const auto& entry : server_->openHandles())
         handles.add(entry.first.c_str(), entry.second);
     JsonFields fields;
     if (rig_.camera() != nullptr)
@@ -65,7 +83,9 @@ JsonFields Daemon::state() {
     fields.add("displayPlugged", rig_.display().plugged());
     fields.add("display", scenario.hasDisplay ? scenario.display.name : "");
     fields.add("mode", rig_.display().figures().mode);
-    return fields.add("clients", std::uint64_t(server_.connections()));
+    fields.add("ordersTaken", std::uint64_t(session_.taken()));
+    fields.add("ordersToCome", std::uint64_t(session_.toCome()));
+    return fields.add("clients", std::uint64_t(server_->connections()));
 }
 
 }  // namespace board

@@ -7,20 +7,28 @@
 #include "board/daemon/orderserver.h"
 #include "board/daemon/rig.h"
 #include "board/daemon/server.h"
+#include "board/daemon/session.h"
 
+#include <functional>
+#include <memory>
 #include <string>
 
 namespace board {
 
 class Daemon {
   public:
-    // `folder` is the run folder and exists. From here on clients are served as soon as the loop
-    // runs. Throws std::exception.
-    Daemon(EventLoop& loop, const std::string& folder, const Scenario& scenario);
+    // `folder` is the run folder and exists. Clients and orders are accepted as soon as the loop
+    // runs and the scenario's orders that come before them are done: `ready` is called then,
+    // perhaps at once. Throws std::exception.
+    Daemon(
+        EventLoop& loop, const std::string& folder, const Scenario& scenario,
+        std::function<void()> ready = [] {});
 
     CoreBoard& board() { return board_; }
 
   private:
+    void addOrders();
+    void open();
     JsonFields figures();
     JsonFields state();
 
@@ -28,9 +36,10 @@ class Daemon {
     CoreBoard board_;
     Faults faults_;
     Rig rig_;  // outlives the clients' handles
-    Server server_;
     Orders orders_;
-    OrderServer orderServer_;
+    Session session_;
+    std::unique_ptr<Server> server_;
+    std::unique_ptr<OrderServer> orderServer_;
 };
 
 }  // namespace board

@@ -229,13 +229,6 @@ void frames(JsonObject& order, Rig& rig, const OrderDone& done) {
     rig.display().dumpFrames(folder, count, once);
 }
 
-std::string fourccText(std::uint32_t fourcc) {
-    std::string text;
-    for (unsigned shift = 0; fourcc != 0 && shift < 32; shift += 8)
-        text += char(fourcc >> shift & 0x7f);
-    return text;
-}
-
 void addCameraOrders(Orders& orders, Rig& rig) {
     orders.addImmediate("stall", [&rig](JsonObject& order) { return stall(order, rig, true); });
     orders.addImmediate("resume", [&rig](JsonObject& order) { return stall(order, rig, false); });

@@ -77,6 +77,7 @@ void addInputOrders(Orders& orders, Rig& rig) {
         rig.inputs().hold(deviceOf(order), keyOf(order), ms, [done](const std::string& error) {
             OrderResult result;
             result.error = error;
+            result.changed = true;  // the key was down
             done(result);
         });
     });

@@ -119,11 +119,12 @@ void runBoard(const Options& options) {
     board::EventLoop loop;
     const int signals = watchSignals(loop);
     {
-        board::Daemon daemon(loop, folder.path(), scenario);
+        board::Daemon daemon(loop, folder.path(), scenario, [&folder] {
+            std::printf("ready %s\n", folder.path().c_str());
+            std::fflush(stdout);
+        });
         daemon.board().log("scenario " + scenario.name + ", speed " +
                            std::to_string(scenario.speed));
-        std::printf("ready %s\n", folder.path().c_str());
-        std::fflush(stdout);
         loop.run();
         daemon.board().log("ends");
     }

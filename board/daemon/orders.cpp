@@ -1,8 +1,6 @@
 #include "board/daemon/orders.h"
 
-#include "board/protocol/orders.h"
-
-#include <sstream>
+#include "board/daemon/orderwords.h"
 
 namespace board {
 
@@ -10,22 +8,16 @@ namespace {
 
 // Asks for each of the word's fields, so that JsonObject::finish finds the unknown ones.
 void checkFields(JsonObject& order, const wire::OrderWord& word) {
-    std::istringstream fields(word.fields);
-    for (std::string field; fields >> field;) {
-        const bool optional = field.front() == '[';
-        const std::size_t first = field.find_first_not_of("[#@%");
-        const std::string name = field.substr(first, field.find(']') - first);
-        if (!order.has(name.c_str()) && !optional)
-            order.get(name.c_str());
-    }
+    for (const OrderField& field : orderFields(word))
+        if (!order.has(field.name.c_str()) && !field.optional)
+            order.get(field.name.c_str());
     order.finish();
 }
 
 const wire::OrderWord& findWord(const JsonPlace& place) {
     const std::string name = place.text(64);
-    for (const wire::OrderWord& word : wire::orderWords)
-        if (name == word.name)
-            return word;
+    if (const wire::OrderWord* word = findOrderWord(name))
+        return *word;
     place.fail("unknown order \"" + name + "\"; `boardctl help` lists them");
 }
 
@@ -51,7 +43,8 @@ void Orders::addImmediate(const std::string& name,
     });
 }
 
-void Orders::run(const std::string& line, const OrderDone& done) const {
+void Orders::run(const std::string& line, const OrderDone& asker) const {
+    OrderDone done = asker;
     OrderResult failure;
     try {
         rapidjson::Document document;
@@ -63,6 +56,8 @@ void Orders::run(const std::string& line, const OrderDone& done) const {
         if (handler == handlers_.end())
             throw std::runtime_error(std::string("this board does not serve \"") + word.name +
                                      "\"");
+        if (word.changes && observer_)
+            done = observer_(order, word, asker);
         handler->second(order, done);
         return;
     } catch (const std::exception& error) {

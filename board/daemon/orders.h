@@ -3,16 +3,20 @@
 
 #include "board/daemon/jsonfields.h"
 #include "board/daemon/jsonreader.h"
+#include "board/protocol/orders.h"
 
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
 namespace board {
 
 struct OrderResult {
     std::string error;  // one line; empty on success
     JsonFields fields;  // on success
+    // An error, and yet something of the board had changed before it.
+    bool changed = false;
 
     std::string line() const;  // as JSON, with the line end
 };
@@ -26,15 +30,22 @@ class Orders {
     // it does not outlive the call. A std::exception is the order's error.
     using Handler = std::function<void(JsonObject& order, const OrderDone& done)>;
 
+    // Told of each order that changes the board, before it runs: what it returns is called in the
+    // place of `done`.
+    using Observer = std::function<OrderDone(JsonObject& order, const wire::OrderWord& word,
+                                             const OrderDone& done)>;
+
+    void observe(Observer observer) { observer_ = std::move(observer); }
     // `name` is one of protocol/orders.h.
     void add(const std::string& name, Handler handler);
     // The same for an order that is done when `run` returns.
     void addImmediate(const std::string& name, std::function<JsonFields(JsonObject& order)> run);
-    // One line without its end. `done` is called in any case.
-    void run(const std::string& line, const OrderDone& done) const;
+    // One line without its end. `asker` is called in any case.
+    void run(const std::string& line, const OrderDone& asker) const;
 
   private:
     std::map<std::string, Handler> handlers_;
+    Observer observer_;
 };
 
 }  // namespace board

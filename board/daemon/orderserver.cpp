@@ -99,8 +99,11 @@ void OrderServer::answer(const std::weak_ptr<Client>& receiver, const OrderResul
     if (!client || client->dropped)
         return;
     client->running = false;
+    // One answer may be long; many that nobody reads are too much.
+    if (client->unsent.size() > mostUnsent)
+        return drop(*client);
     client->unsent += result.line();
-    if (!flush(*client) || client->unsent.size() > mostUnsent)
+    if (!flush(*client))
         return drop(*client);
     // Answered from inside runLines, that goes on with the next line itself; answered later, the
     // loop's next turn does.

@@ -1,7 +1,9 @@
 #include "board/daemon/scenario.h"
 
 #include "board/daemon/descriptions.h"
+#include "board/daemon/jsonfields.h"
 #include "board/daemon/jsonreader.h"
+#include "board/daemon/sessionfile.h"
 #include "board/protocol/mappedpaths.h"
 
 #include <algorithm>
@@ -24,15 +26,9 @@ std::string& scenarioFolder() {
     return folder;
 }
 
-std::string knownNames(const fs::path& folder) {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(folder, error))
-        if (entry.path().extension() == ".json")
-            names.push_back(entry.path().stem().string());
-    std::sort(names.begin(), names.end());
+std::string listOfNames(const std::string& kind) {
     std::string list;
-    for (const std::string& name : names)
+    for (const std::string& name : knownNames(kind))
         list += (list.empty() ? "" : ", ") + name;
     return list.empty() ? "none" : list;
 }
@@ -49,7 +45,7 @@ std::string find(const char* what, const std::string& nameOrPath, const char* su
         return path.string();
     throw std::runtime_error(isPath ? path.string() + ": no such " + what + " file"
                                     : "no " + std::string(what) + " \"" + nameOrPath + "\" in " +
-                                          folder.string() + "; known: " + knownNames(folder));
+                                          folder.string() + "; known: " + listOfNames(subfolder));
 }
 
 template <typename Description>
@@ -139,6 +135,16 @@ Scenario aroundCamera(const JsonPlace& place) {
     scenario.name = scenario.camera.name;
     scenario.display = loadDisplay(findDisplay(plainDisplay));
     scenario.inputs = {loadInput(findInput(plainInput))};
+    // A camera of the data folder goes by its name.
+    const fs::path file = fs::absolute(place.source()).lexically_normal();
+    const fs::path known = fs::absolute(scenarioFolder() + "/cameras").lexically_normal();
+    scenario.document =
+        JsonFields()
+            .add("name", scenario.name)
+            .add("camera", file.parent_path() == known ? file.stem().string() : file.string())
+            .add("display", plainDisplay)
+            .addRaw("inputs", "[\"" + std::string(plainInput) + "\"]")
+            .object();
     return scenario;
 }
 
@@ -167,7 +173,9 @@ Scenario readScenario(const JsonPlace& place) {
     object.with("speed",
                 [&](const JsonPlace& p) { scenario.speed = std::uint32_t(p.integer(1, 10)); });
     object.with("files", [&](const JsonPlace& p) { readFiles(p, scenario); });
+    object.with("orders", [&](const JsonPlace& p) { scenario.orders = readTimedOrders(p); });
     object.finish();
+    scenario.document = movableScenario(place);
     return scenario;
 }
 
@@ -205,8 +213,8 @@ std::string findScenario(const std::string& nameOrPath) {
     } catch (const std::runtime_error& failure) {
         if (!isName)
             throw;
-        throw std::runtime_error(std::string(failure.what()) + "; and every camera's name: " +
-                                 knownNames(scenarioFolder() + "/cameras"));
+        throw std::runtime_error(std::string(failure.what()) +
+                                 "; and every camera's name: " + listOfNames("/cameras"));
     }
 }
 
@@ -224,6 +232,16 @@ std::string findSound(const std::string& nameOrPath) {
 
 std::string findInput(const std::string& nameOrPath) {
     return find("input device", nameOrPath, "/inputs", "");
+}
+
+std::vector<std::string> knownNames(const std::string& kind) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(scenarioFolder() + kind, error))
+        if (entry.path().extension() == ".json")
+            names.push_back(entry.path().stem().string());
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 void setScenarioFolder(const std::string& folder) {

@@ -76,6 +76,11 @@ struct DisplayDescription {
     std::uint32_t possibleCrtcs = 1;
 };
 
+struct TimedOrder {
+    std::int64_t at_ms = 0;  // board time since the first client program connected
+    std::string order;       // one JSON object, as for the order socket
+};
+
 struct Scenario {
     std::string name;
     CameraDescription camera;
@@ -93,6 +98,8 @@ struct Scenario {
     std::uint32_t speed = 1;
     // What a new run folder has under the application's fixed paths: content by path.
     std::map<std::string, std::string> files;
+    std::vector<TimedOrder> orders;  // given by themselves; those at 0 before the first client
+    std::string document;            // as movableScenario gives it
 };
 
 // Read from JSON; camera and display may be named ("logitech-c920-h264") or written in place. A
@@ -115,5 +122,9 @@ std::string findInput(const std::string& nameOrPath);
 // FOLDER/sound/*.json, FOLDER/inputs/*.json. The default is the source tree's board/scenarios. Not
 // thread-safe: set it before loading.
 void setScenarioFolder(const std::string& folder);
+// Names of a kind ("" scenarios, "/cameras", "/displays", "/sound", "/inputs"), sorted.
+std::vector<std::string> knownNames(const std::string& kind);
+// "MJPG".
+std::string fourccText(std::uint32_t fourcc);
 
 }  // namespace board

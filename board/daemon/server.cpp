@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <utility>
+
 namespace board {
 
 namespace {
@@ -13,9 +15,10 @@ constexpr std::size_t mostConnections = 2 * std::size_t(wire::maxHandles);
 
 }  // namespace
 
-Server::Server(CoreBoard& board, Faults& faults)
+Server::Server(CoreBoard& board, Faults& faults, std::function<void()> firstClient)
     : board_(board),
       faults_(faults),
+      firstClient_(std::move(firstClient)),
       listener_(board.loop(), board.folder() + "/" + wire::socketName, SOCK_SEQPACKET,
                 [this](int fd) { accepted(fd); }) {}
 
@@ -37,6 +40,8 @@ void Server::accepted(int fd) {
         ::close(fd);
         return;
     }
+    if (const auto first = std::exchange(firstClient_, nullptr))
+        first();
     connections_[fd] = std::make_unique<Connection>(fd, board_, faults_);
     board_.loop().watch(fd, EPOLLIN, [this, fd](std::uint32_t) { ready(fd); });
 }

@@ -6,6 +6,7 @@
 #include "board/daemon/faults.h"
 #include "board/daemon/listener.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,8 +16,9 @@ namespace board {
 
 class Server {
   public:
-    // Listens in the board's run folder. Throws std::system_error.
-    Server(CoreBoard& board, Faults& faults);
+    // Listens in the board's run folder; `firstClient` is called once, when a client program
+    // connects for the first time. Throws std::system_error.
+    Server(CoreBoard& board, Faults& faults, std::function<void()> firstClient = {});
     ~Server();  // closes every connection, removes the socket
 
     std::size_t connections() const { return connections_.size(); }
@@ -28,6 +30,7 @@ class Server {
 
     CoreBoard& board_;
     Faults& faults_;
+    std::function<void()> firstClient_;  // empty once it was called
     std::unordered_map<int, std::unique_ptr<Connection>> connections_;
     Listener listener_;
 };

@@ -19,6 +19,8 @@ struct SoundFigures {
     std::string format;  // "S16_LE"; empty while nothing is chosen
     std::uint32_t rate_Hz = 0, channels = 0, periodFrames = 0, bufferFrames = 0;
     std::uint64_t frames = 0, periods = 0, starts = 0, xruns = 0, missing = 0;
+    // Playback: written by the client and not played yet; capture: recorded and not read yet.
+    std::uint64_t queuedFrames = 0;
 };
 
 class SoundCard {

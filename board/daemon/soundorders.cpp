@@ -13,14 +13,14 @@ constexpr std::int64_t mostClockError_ppm = 100000;
 constexpr std::int64_t highestRate_Hz = 768000, longestPeriod = 1048576;
 constexpr std::size_t longestPath = 4095;
 
-JsonFields streamFigures(const SoundFigures& figures) {
+JsonFields streamFigures(const SoundFigures& figures, const char* queued) {
     JsonFields fields;
     fields.add("open", figures.open).add("state", figures.state).add("format", figures.format);
     fields.add("rate", figures.rate_Hz).add("channels", figures.channels);
     fields.add("periodFrames", figures.periodFrames).add("bufferFrames", figures.bufferFrames);
     fields.add("frames", figures.frames).add("periods", figures.periods);
     fields.add("starts", figures.starts).add("xruns", figures.xruns);
-    return fields.add("missing", figures.missing);
+    return fields.add("missing", figures.missing).add(queued, figures.queuedFrames);
 }
 
 JsonFields suspend(JsonObject& order, SoundCard& card) {
@@ -133,9 +133,9 @@ void addSoundOrders(Orders& orders, Rig& rig) {
 JsonFields soundFigures(const SoundCard& card) {
     JsonFields fields;
     if (!card.description().playback.settings.empty())
-        fields.add("playback", streamFigures(card.figures(true)));
+        fields.add("playback", streamFigures(card.figures(true), "queuedFrames"));
     if (!card.description().capture.settings.empty())
-        fields.add("capture", streamFigures(card.figures(false)));
+        fields.add("capture", streamFigures(card.figures(false), "unreadFrames"));
     return fields.add("openHandles", card.openHandles());
 }
 

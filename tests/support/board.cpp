@@ -253,6 +253,7 @@ SoundFigures Board::sound(const std::string& device) {
     figures.starts = count(stream, "starts");
     figures.xruns = count(stream, "xruns");
     figures.missing = count(stream, "missing");
+    figures.queuedFrames = count(stream, device == "output" ? "queuedFrames" : "unreadFrames");
     return figures;
 }
 

@@ -34,6 +34,7 @@ struct SoundFigures {
     std::string format;  // "S16_LE"; empty while nothing is chosen
     std::uint32_t rate = 0, channels = 0, periodFrames = 0, bufferFrames = 0;
     std::uint64_t frames = 0, periods = 0, starts = 0, xruns = 0, missing = 0;
+    std::uint64_t queuedFrames = 0;  // between the client and the card
 };
 
 // Where a pan-tilt-zoom camera looks and how it is.

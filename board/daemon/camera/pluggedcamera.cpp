@@ -18,13 +18,6 @@ namespace {
 
 constexpr unsigned videoMajor = 81;
 
-std::string fourccText(std::uint32_t fourcc) {
-    std::string text;
-    for (int i = 0; i < 4; ++i)
-        text += char(fourcc >> (8 * i) & 0xff);
-    return text;
-}
-
 }  // namespace
 
 PluggedCamera::PluggedCamera(std::shared_ptr<CameraState> state,

@@ -47,6 +47,11 @@ PcmStream::Frames PcmStream::available() const {
     return free >= boundary_ ? free - boundary_ : free;
 }
 
+std::uint64_t PcmStream::queued() const {
+    const std::int64_t frames = playback_ ? written() : std::int64_t(available());
+    return std::uint64_t(std::clamp<std::int64_t>(frames, 0, format_.bufferFrames));
+}
+
 // 0 when the state allows moving data.
 int PcmStream::accessible() const {
     if (state_ == SNDRV_PCM_STATE_PREPARED || state_ == SNDRV_PCM_STATE_RUNNING ||

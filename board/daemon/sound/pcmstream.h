@@ -61,6 +61,9 @@ class PcmStream {
     const SoundFormat& format() const { return format_; }
     int clientDescriptor() const { return signal_.clientDescriptor(); }
 
+    // Frames between the client and the card: written and not played, or recorded and not read.
+    std::uint64_t queued() const;
+
     void catchUp();  // pointers, state and figures are those of this moment
 
     int setHardware(snd_pcm_hw_params& params);

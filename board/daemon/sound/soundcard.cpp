@@ -172,6 +172,7 @@ SoundFigures SoundCard::figures(bool playback) const {
     figures.channels = format.channels;
     figures.periodFrames = format.periodFrames;
     figures.bufferFrames = format.bufferFrames;
+    figures.queuedFrames = stream->queued();
     return figures;
 }
 

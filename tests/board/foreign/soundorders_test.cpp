@@ -53,6 +53,31 @@ TEST_P(EitherDirection, UnplugWhileNothingMovesEndsTheWait) {
     EXPECT_TRUE(process->out().waitForMatch("^ended: ENODEV", Milliseconds(1000)));
 }
 
+// Frames between the client and the card: none, the whole buffer, and back.
+TEST_P(EitherDirection, QueuedFramesAreCounted) {
+    const auto process = startMoving(board_);
+    const auto queued = [&](auto... wanted) {
+        return board_.waitForSound(
+            device(), [&](const auto& now) { return (... || (now.queuedFrames == wanted)); },
+            Milliseconds(10000));
+    };
+    const std::uint64_t whole = board_.sound(device()).bufferFrames;
+    ASSERT_GT(whole, 0u);
+    if (GetParam()) {
+        // The reader stands still: the buffer fills until the stream breaks off.
+        process->signal(SIGSTOP);
+        EXPECT_TRUE(queued(whole));
+        process->signal(SIGCONT);
+        process->closeInput();
+        expectEnd(*process, 0);
+    } else {
+        board_.stall(device(), true);
+        EXPECT_TRUE(queued(whole)) << "the writer fills the buffer of a card that stands still";
+        process->signal(SIGKILL);
+    }
+    EXPECT_TRUE(queued(0u)) << "nobody has the stream open any more";
+}
+
 TEST_P(EitherDirection, OrderedXrunIsSeenAndTheStreamGoesOn) {
     const auto process = startMoving(board_);
     board_.xrun(device());
