@@ -181,7 +181,7 @@ void HttpFront::sendCatalogue(const httplib::Request&, httplib::Response& respon
 }
 
 void HttpFront::sendSession(const httplib::Request&, httplib::Response& response) {
-    const auto session = rooms_.orders.askFor("session");
+    const auto session = rooms_.orders.session();
     if (!session)
         return refuse(response, 502, "the board gives no session");
     response.set_header("Content-Disposition", "attachment; filename=\"session.json\"");

@@ -4,6 +4,8 @@
 #include "board/daemon/jsonfields.h"
 
 #include <rapidjson/document.h>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
 
 #include <chrono>
 
@@ -38,6 +40,17 @@ std::optional<std::string> OrderClient::askFor(const std::string& word) const {
     if (!isGood(answer))
         return std::nullopt;
     return answer;
+}
+
+std::optional<std::string> OrderClient::session() const {
+    rapidjson::Document answer;
+    answer.Parse<rapidjson::kParseIterativeFlag>(askFor("session").value_or("{}").c_str());
+    if (answer.HasParseError() || !answer.IsObject() || !answer.HasMember("session"))
+        return std::nullopt;
+    rapidjson::StringBuffer buffer;
+    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+    answer["session"].Accept(writer);
+    return buffer.GetString();
 }
 
 std::set<std::string> OrderClient::catalogueNames() const {

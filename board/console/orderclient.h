@@ -18,6 +18,8 @@ class OrderClient {
     std::string ask(const std::string& line) const;
     // An order without fields; nothing unless its answer is good.
     std::optional<std::string> askFor(const std::string& word) const;
+    // The run so far as a scenario file; nothing when the board does not give it.
+    std::optional<std::string> session() const;
     // Names of cameras, displays, sound cards and input devices; empty when the board does not say.
     std::set<std::string> catalogueNames() const;
 
