@@ -76,7 +76,8 @@ HttpFront::HttpFront(const ConsoleRooms& rooms, unsigned short port)
                {"/session.json", &HttpFront::sendSession},
                {"/screen.png", &HttpFront::sendScreenPicture},
                {"/live/screen.mjpeg", &HttpFront::streamScreen},
-               {"/live/camera.mjpeg", &HttpFront::streamCamera}} {
+               {"/live/camera.mjpeg", &HttpFront::streamCamera},
+               {"/live/sound", &HttpFront::streamSound}} {
     svr_sock_ = 0;  // for the library: streams may go on
     set_default_headers(everyAnswer);
     set_payload_max_length(mostBody);
@@ -225,11 +226,11 @@ void HttpFront::streamEvents(const httplib::Request&, httplib::Response& respons
 }
 
 void HttpFront::streamScreen(const httplib::Request&, httplib::Response& response) {
-    streamPictures(rooms_.screen, response);
+    streamPictures(rooms_.views.screen(), response);
 }
 
 void HttpFront::streamCamera(const httplib::Request&, httplib::Response& response) {
-    streamPictures(rooms_.camera, response);
+    streamPictures(rooms_.views.camera(), response);
 }
 
 void HttpFront::streamPictures(PictureChannel& channel, httplib::Response& response) {
@@ -245,6 +246,26 @@ void HttpFront::streamPictures(PictureChannel& channel, httplib::Response& respo
                 return sink.is_writable();
             return (sent > 0 || sink.write(liveBeginning, sizeof liveBeginning - 1)) &&
                    sink.write(part->data(), part->size());
+        });
+}
+
+void HttpFront::streamSound(const httplib::Request& request, httplib::Response& response) {
+    const std::string card = request.get_param_value("card");
+    if (card != "microphone" && card != "output")
+        return refuse(response, 400, "card is microphone or output");
+    const std::shared_ptr<void> place = takePlace(response);
+    if (!place)
+        return;
+    const auto listener = std::make_shared<SoundChannel::Listener>(
+        rooms_.views.sound(card == "output" ? wire::ViewCard::output : wire::ViewCard::microphone));
+    response.set_content_provider(
+        "audio/wav", [place, listener](std::size_t, httplib::DataSink& sink) {
+            const auto bytes = listener->next(streamPatience);
+            if (!bytes) {
+                sink.done();
+                return true;
+            }
+            return bytes->empty() ? sink.is_writable() : sink.write(bytes->data(), bytes->size());
         });
 }
 

@@ -3,10 +3,10 @@
 
 #include "board/console/bulletin.h"
 #include "board/console/guardedstream.h"
+#include "board/console/liveviews.h"
 #include "board/console/orderclient.h"
 #include "board/console/ordergate.h"
 #include "board/console/pagefiles.h"
-#include "board/console/picturechannel.h"
 #include "board/console/requestguard.h"
 
 #include <httplib.h>
@@ -26,8 +26,7 @@ struct ConsoleRooms {
     const OrderClient& orders;
     const OrderGate& gate;
     Bulletin& bulletin;
-    PictureChannel& screen;
-    PictureChannel& camera;
+    LiveViews& views;
     std::string logLines;  // /log-lines.json
     std::string folder;    // for pictures on their way; the board can write there
 };
@@ -59,6 +58,7 @@ class HttpFront : private httplib::Server {
     void streamEvents(const httplib::Request& request, httplib::Response& response);
     void streamScreen(const httplib::Request& request, httplib::Response& response);
     void streamCamera(const httplib::Request& request, httplib::Response& response);
+    void streamSound(const httplib::Request& request, httplib::Response& response);
     void streamPictures(PictureChannel& channel, httplib::Response& response);
     // A place among the streaming clients until it is released; null, and 503, when all are taken.
     std::shared_ptr<void> takePlace(httplib::Response& response);

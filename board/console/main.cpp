@@ -1,10 +1,9 @@
 // board-console: the board in a browser.
 
 #include "board/console/httpfront.h"
+#include "board/console/liveviews.h"
 #include "board/console/reception.h"
 #include "board/console/reporter.h"
-#include "board/console/screenpictures.h"
-#include "board/console/viewfollower.h"
 #include "board/daemon/jsonfields.h"
 #include "board/daemon/jsonreader.h"
 
@@ -117,38 +116,6 @@ class TemporaryFolder {
     std::string path_;
 };
 
-// Follows the board's views, each on a thread of its own.
-class LiveViews {
-  public:
-    LiveViews(const std::string& board, console::PictureChannel& screen,
-              console::AgeStatistics& age)
-        : screen_({board, ViewKind::screen, [&screen] { return screen.hasViewers(); },
-                   [this, &screen](const console::ViewPacket& packet) {
-                       std::string part = screenPictures_.part(packet);
-                       if (!part.empty())
-                           screen.publish(std::make_shared<const std::string>(std::move(part)));
-                   },
-                   [this, &screen] {
-                       screenPictures_.forget();
-                       screen.forget();
-                   },
-                   screenPeriod}),
-          flips_({board, ViewKind::flips, [] { return true; },
-                  [&age](const console::ViewPacket& packet) {
-                      board::wire::ViewFlip flip{};
-                      if (packet.read(flip))
-                          age.take(flip, console::AgeStatistics::Clock::now());
-                  },
-                  [] {}}) {}
-
-  private:
-    using ViewKind = board::wire::ViewKind;
-    static constexpr std::chrono::microseconds screenPeriod{33333};
-
-    console::ScreenPictures screenPictures_;
-    console::ViewFollower screen_, flips_;
-};
-
 void waitForEnd(const sigset_t& endSignals) {
     int number = 0;
     while (sigwait(&endSignals, &number) != 0) {
@@ -162,17 +129,14 @@ void runConsole(const Options& options, const sigset_t& endSignals) {
     const console::OrderClient orders(options.board);
     const console::OrderGate gate([&orders] { return orders.catalogueNames(); });
     console::Bulletin bulletin;
-    console::PictureChannel screen, camera;
-    console::AgeStatistics age;
+    console::LiveViews views(options.board, [&bulletin] { return bulletin.hasReaders(); });
     const int listening = listenOn(options.port);
     const unsigned short port = console::portOf(listening);
-    const LiveViews views(options.board, screen, age);
     console::HttpFront front(
-        {page, orders, gate, bulletin, screen, camera, logLinesJson(lines), folder.path()}, port);
-    const console::Reporter reporter(
-        {options.log, options.err, orders, lines, age,
-         [] { return std::string("\"microphone\": null, \"output\": null"); }},
-        bulletin);
+        {page, orders, gate, bulletin, views, logLinesJson(lines), folder.path()}, port);
+    const console::Reporter reporter({options.log, options.err, orders, lines, views.age(),
+                                      [&views] { return views.soundLevels(); }},
+                                     bulletin);
     const console::Reception reception(
         listening, console::ReceptionLimits(),
         [&front](int socket, std::string received) { front.serve(socket, std::move(received)); });

@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
+#include <optional>
 
 namespace board::console {
 
@@ -60,6 +62,12 @@ bool hasClients(const std::string& state) {
     parse(state, document);
     return document.HasMember("clients") && document["clients"].IsInt() &&
            document["clients"].GetInt() > 0;
+}
+
+std::string tenths(std::optional<double> number) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", number.value_or(0));
+    return number ? text : "null";
 }
 
 void keepLast(std::deque<std::string>& list, std::string entry) {
@@ -136,9 +144,9 @@ void Reporter::reportState() {
     parse(figures, counted);
     lostNow_ = countOf(counted, "camera", "lost");
     const SoundOnTheWay sound = soundOnTheWay(counted);
-    lastOnTheWay_ms_ = sound.onTheWay_ms;
+    lastOnTheWay_ = tenths(sound.onTheWay_ms);
     JsonFields levels;
-    levels.add("onTheWay_ms", sound.onTheWay_ms).add("queued_ms", sound.queued_ms);
+    levels.addRaw("onTheWay_ms", lastOnTheWay_).addRaw("queued_ms", tenths(sound.queued_ms));
     const std::string levelsObject = levels.object();
 
     JsonFields all;
@@ -157,9 +165,7 @@ void Reporter::rollHistory() {
     const std::uint64_t lost = lostNow_ >= lostBefore_ ? lostNow_ - lostBefore_ : lostNow_;
     lostBefore_ = lostNow_;
     keepLast(ages_, sources_.age.lastSecond(Clock::now()).json(lost));
-    char number[32];
-    std::snprintf(number, sizeof number, "%.1f", lastOnTheWay_ms_);
-    keepLast(onTheWay_, number);
+    keepLast(onTheWay_, lastOnTheWay_);
     bulletin_.setHistory("{\"age\": " + joined(ages_) + ", \"onTheWay_ms\": " + joined(onTheWay_) +
                          "}");
 }

@@ -45,7 +45,7 @@ class Reporter {
     LogTail out_, err_;
     SupervisorLog supervisor_;
     std::deque<std::string> ages_, onTheWay_;  // JSON of each of the last 60 seconds
-    double lastOnTheWay_ms_ = 0;
+    std::string lastOnTheWay_ = "null";
     std::uint64_t lostBefore_ = 0, lostNow_ = 0;  // the camera's count a second ago, and now
     int stopEvent_;
     std::thread thread_;

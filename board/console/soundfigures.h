@@ -3,14 +3,17 @@
 
 #include <rapidjson/document.h>
 
+#include <optional>
+
 namespace board::console {
 
 struct SoundOnTheWay {
-    double onTheWay_ms = 0;  // read from the microphone by the application, not written yet
-    double queued_ms = 0;    // written to the output, not played yet
+    // Read from the microphone by the application, not written to the output yet.
+    std::optional<double> onTheWay_ms;
+    std::optional<double> queued_ms;  // written to the output, not played yet
 };
 
-// From the answer to "figures"; zeros while one of the two does not run.
+// From the answer to "figures"; nothing of what does not run.
 SoundOnTheWay soundOnTheWay(const rapidjson::Document& figures);
 
 }  // namespace board::console
