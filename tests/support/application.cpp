@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <set>
 
+#include "board/console/loglines.h"
 #include "tests/support/client.h"
 
 namespace support {
@@ -63,6 +65,21 @@ void Application::checkReports() {
     }
 }
 
+void Application::checkLines(const Lines& log) {
+    static const auto known = board::console::LogLines::fromFile(sourcePath("docs/log-lines.md"));
+    std::set<std::string> unknown;
+    const std::vector<std::string> lines = log.all();
+    // The last one may have been cut short by the signal.
+    for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
+        if (!lines[i].empty() && !known.find(lines[i])) {
+            unknown.insert(lines[i]);
+        }
+    }
+    for (const std::string& line : unknown) {
+        ADD_FAILURE() << "docs/log-lines.md does not have the line \"" << line << "\"";
+    }
+}
+
 void Application::end() {
     if (ended_) {
         return;
@@ -78,6 +95,8 @@ void Application::end() {
         << "the application ended by itself: " << describeStatus(status.value_or(-1)) << "\n"
         << err().text();
     checkReports();
+    checkLines(out());
+    checkLines(err());
     if (testing::Test::HasFailure()) {
         writeFile(board_.folder() + "/application.out", out().text());
         writeFile(board_.folder() + "/application.err", err().text());

@@ -10,7 +10,8 @@
 namespace support {
 
 // Ends with the object: SIGTERM, and an expectation that nothing else had ended it before;
-// sanitizer reports and leaks are failures of the running test.
+// sanitizer reports, leaks and lines that docs/log-lines.md does not have are failures of the
+// running test.
 class Application {
   public:
     explicit Application(Board& board);
@@ -35,6 +36,7 @@ class Application {
   private:
     void checkLeaks();
     void checkReports();
+    static void checkLines(const Lines& log);
 
     Board& board_;
     std::string reportPrefix_;

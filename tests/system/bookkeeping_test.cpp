@@ -147,11 +147,11 @@ TEST(Bookkeeping, ShellCommandsInheritNoDevice) {
     programs.add("cat",
                  "for one in /proc/$$/fd/*; do echo ${one##*/} $(readlink $one); done > "
                  "$VIRTUAL_BOARD/descriptors\n"
-                 "echo looked\n");
+                 "echo 54321\n");
     Board board(benchScenario("tiny"), 10);
     Application application(board);
     application.expectPlaying();
-    application.expectLine("looked", Milliseconds(30000));
+    application.expectLine("54321", Milliseconds(30000));
     const std::set<int> known = inheritedByAll();
     std::istringstream list(support::readFile(board.folder() + "/descriptors"));
     unsigned seen = 0;
