@@ -181,7 +181,7 @@ def check(sources, document):
 
 def sources_of(root):
     paths = [path for room in ("control", "engine") for path in sorted((root / room).rglob("*"))
-             if path.suffix in (".h", ".cpp", ".inc")]
+             if path.suffix in (".h", ".hpp", ".inc", ".inl", ".c", ".cc", ".cpp")]
     return [Source(path.relative_to(root).as_posix(), path.read_text()) for path in paths]
 
 

@@ -3,9 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
-#include <fstream>
+#include <random>
 #include <stdexcept>
 
 namespace {
@@ -87,6 +86,44 @@ TEST(LogLines, WhatVariesMayBeAnythingAlsoNothing) {
     EXPECT_EQ(patternOf(lines, ": gone"), "…: gone…");
     EXPECT_EQ(patternOf(lines, "x: gon"), "none");
     EXPECT_EQ(patternOf(lines, std::string_view("\0\xff: gone", 8)), "…: gone…");
+}
+
+// Whether a pattern in which '*' varies can be the line: tries every way.
+bool mayBe(std::string_view pattern, std::string_view line) {
+    if (pattern.empty())
+        return line.empty();
+    if (pattern.front() != '*')
+        return !line.empty() && line.front() == pattern.front() &&
+               mayBe(pattern.substr(1), line.substr(1));
+    for (std::size_t taken = 0; taken <= line.size(); ++taken) {
+        if (mayBe(pattern.substr(1), line.substr(taken)))
+            return true;
+    }
+    return false;
+}
+
+TEST(LogLines, AgreeWithAMatcherThatTriesEveryWay) {
+    std::mt19937 random(7);
+    const auto word = [&](const char* letters, unsigned count, std::size_t longest) {
+        std::string text(1 + random() % longest, ' ');
+        for (char& c : text)
+            c = letters[random() % count];
+        return text;
+    };
+    unsigned found = 0;
+    for (int round = 0; round < 4000; ++round) {
+        const std::string pattern = word("ab*", 3, 7);
+        if (pattern.find_first_not_of('*') == std::string::npos)
+            continue;
+        std::string row;
+        for (const char c : pattern)
+            row += c == '*' ? "…" : std::string(1, c);
+        const LogLines lines = read("| `" + row + "` | fault | | |\n");
+        const std::string line = word("ab", 2, 9);
+        EXPECT_EQ(lines.find(line).has_value(), mayBe(pattern, line)) << row << " and " << line;
+        found += lines.find(line).has_value();
+    }
+    EXPECT_GT(found, 200u);
 }
 
 TEST(LogLines, HeadAndTailDoNotShareCharacters) {
