@@ -17,7 +17,8 @@ bool comesByChance(const std::string& line);
 // Bytes that are no printable ASCII are written as \xNN, so that an expected file is plain text.
 std::string steadyForm(const std::string& line);
 
-// The log without lines that come by chance, in steady form.
+// The log without lines that come by chance, in steady form; those whose place is chance (the
+// remote's receiver being found) stand at the end.
 std::vector<std::string> steadyLines(const std::vector<std::string>& log);
 
 }  // namespace support
