@@ -45,11 +45,14 @@ std::optional<std::string> OrderClient::askFor(const std::string& word) const {
 std::optional<std::string> OrderClient::session() const {
     rapidjson::Document answer;
     answer.Parse<rapidjson::kParseIterativeFlag>(askFor("session").value_or("{}").c_str());
-    if (answer.HasParseError() || !answer.IsObject() || !answer.HasMember("session"))
+    if (answer.HasParseError() || !answer.IsObject())
+        return std::nullopt;
+    const auto session = answer.FindMember("session");
+    if (session == answer.MemberEnd())
         return std::nullopt;
     rapidjson::StringBuffer buffer;
     rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
-    answer["session"].Accept(writer);
+    session->value.Accept(writer);
     return buffer.GetString();
 }
 

@@ -103,10 +103,13 @@ void setText(rapidjson::Value& value, const std::string& text, Allocator& alloca
 // `member` of an object, where it is there and a text.
 void moveMember(rapidjson::Value& object, const char* member, bool (*isFile)(const std::string&),
                 const std::string& folder, Allocator& allocator) {
-    if (!object.IsObject() || !object.HasMember(member) || !object[member].IsString())
+    if (!object.IsObject())
         return;
-    const std::string text = object[member].GetString();
-    setText(object[member], movable(text, isFile(text), folder), allocator);
+    const auto found = object.FindMember(member);
+    if (found == object.MemberEnd() || !found->value.IsString())
+        return;
+    const std::string text = found->value.GetString();
+    setText(found->value, movable(text, isFile(text), folder), allocator);
 }
 
 // A name or path of a description, or one in place with the files that it names.
@@ -158,12 +161,14 @@ std::string movableScenario(const JsonPlace& place) {
     scenario.CopyFrom(place.value(), allocator);
     scenario.RemoveMember("speed");
     scenario.RemoveMember("orders");
-    for (const char* device : {"camera", "display", "microphone", "output"})
-        if (scenario.HasMember(device))
-            moveDescription(scenario[device], folder, allocator);
-    if (scenario.HasMember("inputs"))
-        for (rapidjson::Value& input : scenario["inputs"].GetArray())
-            moveDescription(input, folder, allocator);
+    for (auto& member : scenario.GetObject()) {
+        const std::string key = member.name.GetString();
+        if (key == "camera" || key == "display" || key == "microphone" || key == "output")
+            moveDescription(member.value, folder, allocator);
+        if (key == "inputs")
+            for (rapidjson::Value& input : member.value.GetArray())
+                moveDescription(input, folder, allocator);
+    }
     // These are as a program of the daemon's folder sees them.
     moveMember(scenario, "recording", isMediaFile, "", allocator);
     moveMember(scenario, "hears", isSoundFile, "", allocator);

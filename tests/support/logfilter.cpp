@@ -73,6 +73,8 @@ std::string printable(const std::string& line) {
 const char* const repetitions[] = {
     // A silent camera, until the supervisor has torn the pipeline down.
     R"(select timeout)",
+    // An output that is gone, for each piece of sound that was on its way.
+    R"(Error snd_pcm_writei: .*)",
 };
 
 bool matchesAny(const std::string& line, const std::vector<std::regex>& forms) {

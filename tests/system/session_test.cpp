@@ -126,10 +126,11 @@ void liveSession(Board& board, Application& application) {
     person.line(displayGoneToNone);
     board.plug("display");
     person.playing();
+    // What the microphone had heard is played before the output goes: else it is lost, and told of.
     board.unplug("microphone");
     person.pause();
     board.plug("microphone");
-    person.pause();
+    person.pause(room);
     board.unplug("output");
     person.pause();
     board.plug("output");
