@@ -15,6 +15,7 @@ export function startListening() {
   /** @param {boolean} on */
   const show = (on) => {
     setAttribute(button, 'aria-pressed', String(on));
+    delete button.dataset.playing;
     setText(button, on ? 'Stop listening' : 'Listen');
   };
 
@@ -28,7 +29,11 @@ export function startListening() {
 
   const start = async () => {
     context = new AudioContext();
-    const mine = new SoundStream(`/live/sound?card=${card.value}`, context, context.destination);
+    const path = `/live/sound?card=${card.value}`;
+    const mine = new SoundStream(path, context, context.destination, () => {
+      button.dataset.playing = 'true';
+      say(`you hear ${card.selectedOptions[0].text}`);
+    });
     stream = mine;
     show(true);
     try {

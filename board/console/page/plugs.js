@@ -7,6 +7,9 @@ const lane = new Lane();
 
 /** @typedef {{value: string, text: string}} Choice */
 
+// What drivers call a camera that has no name of its own.
+const nameless = /^(UVC Camera|USB Camera|$)/;
+
 /**
  * Devices of the same name are told apart by the name of their file.
  * @param {{name: string, card?: string}[]} devices
@@ -14,7 +17,7 @@ const lane = new Lane();
  * @returns {Choice[]}
  */
 function choicesOf(devices, more) {
-  const titles = devices.map(({ name, card }) => card || name);
+  const titles = devices.map(({ name, card = '' }) => (nameless.test(card) ? name : card));
   return devices
     .map((device, index) => {
       const twice = titles.indexOf(titles[index]) !== titles.lastIndexOf(titles[index]);
@@ -139,6 +142,7 @@ export async function startPlugs(feed) {
   let choices = {};
   try {
     const answer = await (await fetch('/catalogue.json')).json();
+    if (!answer.ok) throw new Error(answer.error);
     choices = choicesByDevice(answer);
   } catch (error) {
     say(`no choice of devices: ${reasonOf(error)}`, 'failed');

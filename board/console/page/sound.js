@@ -1,5 +1,6 @@
 // @ts-check
-// Levels of microphone and output, under-runs, and how long the sound is on its way.
+// Levels of microphone and output, under-runs, and how much sound is on its way: read from the
+// microphone and not written yet (the application's FIFO), written to the output and not played yet.
 import { Chart } from './chart.js';
 import { byId, fixed, make, setAttribute, setPairs, setText } from './dom.js';
 import { startListening } from './listen.js';
@@ -67,8 +68,8 @@ function formatOf(stream) {
 /** @param {import('./feed.js').Feed} feed */
 export function startSound(feed) {
   const meters = cards.map(({ name }) => new CardMeters(name, byId('sound-meters', HTMLElement)));
-  const chart = new Chart(byId('sound-chart', HTMLElement), 'Sound on its way from microphone to output in ms', [
-    { name: 'sound on its way, ms', kind: 'main' },
+  const chart = new Chart(byId('sound-chart', HTMLElement), 'Sound in the application’s FIFO in ms', [
+    { name: 'in the FIFO, ms', kind: 'main' },
   ]);
   let drawn_ms = -Infinity;
 
@@ -81,7 +82,7 @@ export function startSound(feed) {
     const capture = figures.microphone?.capture;
     setText(byId('sound-facts', HTMLElement), playback?.open ? formatOf(playback) : 'output closed');
     setPairs(byId('sound-numbers', HTMLElement), [
-      ['on its way', sound.onTheWay_ms === null ? '–' : `${fixed(sound.onTheWay_ms, 0)} ms`],
+      ['in the FIFO', sound.onTheWay_ms === null ? '–' : `${fixed(sound.onTheWay_ms, 0)} ms`],
       ['in the output', sound.queued_ms === null ? '–' : `${fixed(sound.queued_ms, 0)} ms`],
       ['under-runs', String(playback?.xruns ?? 0)],
       ['over-runs', String(capture?.xruns ?? 0)],

@@ -46,11 +46,13 @@ export class SoundStream {
    * @param {string} path
    * @param {AudioContext} context
    * @param {AudioNode} target
+   * @param {() => void} [onFirst] when the first samples are to be played
    */
-  constructor(path, context, target) {
+  constructor(path, context, target, onFirst = () => {}) {
     this.path = path;
     this.context = context;
     this.target = target;
+    this.onFirst = onFirst;
     this.abort = new AbortController();
     this.next_s = 0;
   }
@@ -91,6 +93,7 @@ export class SoundStream {
     const frames = Math.floor(bytes.length / frameBytes);
     if (frames === 0) return bytes;
     const now = this.context.currentTime;
+    if (this.next_s === 0) this.onFirst();
     if (this.next_s < now) this.next_s = now + startDelay_s;
     if (this.next_s - now < mostAhead_s) {
       const view = new DataView(bytes.buffer, bytes.byteOffset);

@@ -71,6 +71,10 @@ TEST_F(WholeBoard, StateOfTheDefaultScenario) {
     EXPECT_TRUE(state["cameraPlugged"].GetBool());
     EXPECT_TRUE(state["displayPlugged"].GetBool());
     EXPECT_STREQ(state["display"].GetString(), "synthetic-1080p60");
+    EXPECT_STREQ(state["camera"].GetString(), "synthetic-mjpeg");
+    EXPECT_STREQ(state["microphone"].GetString(), "synthetic-microphone");
+    EXPECT_STREQ(state["output"].GetString(), "synthetic-output");
+    EXPECT_FALSE(order(R"({"order": "ptz"})")["moves"].GetBool());
     EXPECT_EQ(state["speed"].GetUint(), 1u);
     EXPECT_TRUE(fs::exists(folder_ + "/root/userdata"));
 }
