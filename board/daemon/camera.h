@@ -4,6 +4,7 @@
 #include "board/daemon/board.h"
 #include "board/daemon/camera/toldlist.h"
 #include "board/daemon/scenario.h"
+#include "board/daemon/watcher.h"
 #include "board/media/payloaddamage.h"
 #include "board/media/stamp.h"
 
@@ -64,6 +65,8 @@ class Camera {
     // A copy of all payloads from now on, one behind the other. Empty, or an error line.
     std::string startPayloads(const std::string& path);
     std::string stopPayloads();
+    // Told of every payload; null: nobody. Must outlive this or be taken back.
+    void setWatcher(Watcher* watcher);
     // A mark as seen on the screen with the number and time of its delivery; nothing when the
     // camera did not deliver it.
     std::optional<Stamp> delivered(const Stamp& stamp) const;

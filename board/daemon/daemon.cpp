@@ -17,6 +17,7 @@ Daemon::Daemon(EventLoop& loop, const std::string& folder, const Scenario& scena
     : loop_(loop),
       board_(loop, folder, scenario.speed),
       rig_(board_, scenario),
+      viewServer_(loop, folder + "/" + wire::viewSocketName, rig_),
       session_(board_, orders_, scenario) {
     addOrders();
     session_.start([this, ready = std::move(ready)] {

@@ -8,6 +8,7 @@
 #include "board/daemon/rig.h"
 #include "board/daemon/server.h"
 #include "board/daemon/session.h"
+#include "board/daemon/viewserver.h"
 
 #include <functional>
 #include <memory>
@@ -35,7 +36,8 @@ class Daemon {
     EventLoop& loop_;
     CoreBoard board_;
     Faults faults_;
-    Rig rig_;  // outlives the clients' handles
+    Rig rig_;                // outlives the clients' handles
+    ViewServer viewServer_;  // and those who look on, who see them close
     Orders orders_;
     Session session_;
     std::unique_ptr<Server> server_;

@@ -3,6 +3,7 @@
 
 #include "board/daemon/board.h"
 #include "board/daemon/scenario.h"
+#include "board/daemon/watcher.h"
 #include "board/media/stamp.h"
 
 #include <cstdint>
@@ -25,6 +26,14 @@ struct DisplayFigures {
     std::string mode;  // "1920x1080@60", empty when no CRTC is set
 };
 
+// What is on screen, in memory that another process can map.
+struct OnScreen {
+    std::uint64_t change = 0;  // another number whenever something else is on screen
+    wire::ViewPicture picture{};
+    // The display's, valid until control returns to the loop; -1: none.
+    int descriptors[2] = {-1, -1};
+};
+
 class Display {
   public:
     Display(Board& board, const DisplayDescription& description);
@@ -39,6 +48,10 @@ class Display {
     // How a mark that only says its place in a loop gets its number and time; nothing: not counted.
     using StampLookup = std::function<std::optional<Stamp>(const Stamp& stamp)>;
     void setStampLookup(StampLookup lookup);
+
+    // Told of everything that comes on screen; null: nobody. Must outlive this or be taken back.
+    void setWatcher(Watcher* watcher);
+    OnScreen onScreen() const;
 
     void holdFlips(bool held);  // flips are accepted and complete only when released
     void loseFlipEvent();       // the next flip completes, but nobody is told

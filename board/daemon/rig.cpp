@@ -50,6 +50,7 @@ std::string Rig::plugCamera(const std::string& description) {
             camera_->replaceDescription(camera);
         else
             camera_ = std::make_unique<Camera>(board_, camera);
+        watch();
     }
     if (!camera_)
         throw std::runtime_error("the scenario has no camera; name a description");
@@ -95,6 +96,7 @@ void Rig::addSound(bool microphone, const SoundDescription& description) {
     card = std::make_unique<SoundCard>(
         board_, description, microphone ? scenario_.microphoneCard : 0,
         microphone ? scenario_.microphoneClock_ppm : scenario_.outputClock_ppm);
+    watch();
     if (microphone && !scenario_.hears.empty())
         card->hear(scenario_.hears, [this](const std::string& error) {
             if (!error.empty())
@@ -155,6 +157,22 @@ void Rig::listCards() {
     }
     if (!list)
         board_.log("cannot write " + folder.string());
+}
+
+void Rig::setWatcher(Watcher* watcher) {
+    watcher_ = watcher;
+    watch();
+}
+
+// Those that are there; each is told again when another one comes.
+void Rig::watch() {
+    display_->setWatcher(watcher_);
+    if (camera_)
+        camera_->setWatcher(watcher_);
+    if (microphone_)
+        microphone_->setWatcher(watcher_, wire::ViewCard::microphone);
+    if (output_)
+        output_->setWatcher(watcher_, wire::ViewCard::output);
 }
 
 std::string Rig::plugInput(const std::string& name, const std::string& description) {

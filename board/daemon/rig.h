@@ -42,9 +42,14 @@ class Rig {
     std::string plugInput(const std::string& name, const std::string& description);
     void unplugInput(const std::string& name);
 
+    // Told of what screen, camera and sound cards do, also of those that come later; null: nobody.
+    // Must outlive the rig or be taken back.
+    void setWatcher(Watcher* watcher);
+
   private:
     void addSound(bool microphone, const SoundDescription& description);
     void listCards();
+    void watch();
 
     CoreBoard& board_;
     Scenario scenario_;
@@ -53,6 +58,7 @@ class Rig {
     std::unique_ptr<SoundCard> microphone_, output_;
     std::vector<std::string> listed_;  // cards' folders in /proc/asound
     std::unique_ptr<Inputs> inputs_;
+    Watcher* watcher_ = nullptr;
 };
 
 }  // namespace board

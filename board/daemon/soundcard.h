@@ -4,6 +4,7 @@
 
 #include "board/daemon/board.h"
 #include "board/daemon/soundlimits.h"
+#include "board/daemon/watcher.h"
 
 #include <cstdint>
 #include <functional>
@@ -60,6 +61,10 @@ class SoundCard {
     using Recorded = std::function<void(const std::string& error, const std::string& path,
                                         std::uint64_t frames)>;
     void stopRecording(const Recorded& done);  // when the files are finished
+
+    // Told of what its microphone hears or its output plays; null: nobody. Must outlive this or be
+    // taken back.
+    void setWatcher(Watcher* watcher, wire::ViewCard card);
 
     SoundFigures figures(bool playback) const;
     unsigned openHandles() const;  // descriptors that clients hold, unplugged ones included

@@ -131,6 +131,10 @@ std::string Camera::stopPayloads() {
     return impl_->state->payloads.stop();
 }
 
+void Camera::setWatcher(Watcher* watcher) {
+    impl_->state->watcher = watcher;
+}
+
 std::optional<Stamp> Camera::delivered(const Stamp& stamp) const {
     return impl_->state->numbers.resolve(stamp);
 }

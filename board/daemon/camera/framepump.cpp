@@ -172,6 +172,20 @@ void FramePump::fill(CameraBuffer& buffer, std::uint32_t frame) {
         buffer.bytesUsed = std::min(state_->payloadBytes, buffer.length());
     }
     state_->payloads.add(wish_.fourcc, buffer.data(), buffer.bytesUsed);
+    if (state_->watcher != nullptr)
+        tell(buffer, frame);
+}
+
+void FramePump::tell(const CameraBuffer& buffer, std::uint32_t frame) {
+    wire::ViewPayload about{};
+    about.fourcc = wish_.fourcc;
+    about.width = wish_.width;
+    about.height = wish_.height;
+    about.bytes = buffer.bytesUsed;
+    about.frame = frame;
+    about.flagged = buffer.damaged ? 1 : 0;
+    about.time_ns = buffer.time_ns;
+    state_->watcher->payloadDelivered(about, buffer.data());
 }
 
 // The mark is the board's own: it stays where it is, wherever the camera looks.

@@ -9,6 +9,7 @@
 #include "board/daemon/camera/pictureworker.h"
 #include "board/daemon/camera/toldlist.h"
 #include "board/daemon/scenario.h"
+#include "board/daemon/watcher.h"
 #include "board/media/pictureview.h"
 
 #include <cstdint>
@@ -32,6 +33,7 @@ struct CameraState {
     unsigned payloadFrames = 0;  // frames that still get payloadBytes
     PayloadFaults faults;
     PayloadFile payloads;
+    Watcher* watcher = nullptr;
     LoopNumbers numbers;
     bool stalled = false;
     ToldList told;
@@ -71,6 +73,7 @@ class FramePump {
     void changeLoop();
     void fill(CameraBuffer& buffer, std::uint32_t frame);
     void look(CameraBuffer& buffer, const Stamp& stamp);
+    void tell(const CameraBuffer& buffer, std::uint32_t frame);
     void spoil(CameraBuffer& buffer, PayloadFault fault);
 
     std::shared_ptr<CameraState> state_;

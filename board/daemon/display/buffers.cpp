@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <limits>
+#include <string>
 #include <utility>
 
 namespace board {
@@ -68,10 +69,20 @@ int DumbBuffer::allocate() {
 DumbBuffer::~DumbBuffer() {
     if (data_ != nullptr)
         munmap(const_cast<std::uint8_t*>(data_), size_);
-    if (memfd_ >= 0)
-        ::close(memfd_);
+    for (const int descriptor : {memfd_, readable_})
+        if (descriptor >= 0)
+            ::close(descriptor);
     budget_->bytes -= size_;
     --budget_->buffers;
+}
+
+int DumbBuffer::readableMemfd() const {
+    if (readable_ < 0) {
+        const std::string path = "/proc/self/fd/" + std::to_string(memfd_);
+        readable_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    }
+    // Without it the other one serves: this keeps nobody out, it only guards against slips.
+    return readable_ >= 0 ? readable_ : memfd_;
 }
 
 unsigned planeCount(std::uint32_t format) {

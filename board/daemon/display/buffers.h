@@ -31,6 +31,8 @@ class DumbBuffer {
     std::uint32_t pitch() const { return pitch_; }  // bytes a line, a multiple of 64
     std::uint64_t size() const { return size_; }    // bytes, whole pages
     int memfd() const { return memfd_; }
+    // For whoever only looks on; opened when first asked for, the buffer's.
+    int readableMemfd() const;
     const std::uint8_t* data() const { return data_; }  // shared with the clients; read only here
 
   private:
@@ -41,6 +43,7 @@ class DumbBuffer {
     std::uint32_t pitch_;
     std::uint64_t size_;
     int memfd_ = -1;
+    mutable int readable_ = -1;
     const std::uint8_t* data_ = nullptr;
 };
 

@@ -61,6 +61,14 @@ void Crtc::off() {
     listener_(now, false);
 }
 
+void Crtc::setAsleep(bool asleep) {
+    if (asleep == asleep_)
+        return;
+    asleep_ = asleep;
+    if (on())
+        listener_(board_.clock().now_ns(), false);
+}
+
 void Crtc::flip(FramebufferRef framebuffer, const EventTarget& target) {
     pending_ = Flip{std::move(framebuffer), target, vblankCount() + 1};
     arm();

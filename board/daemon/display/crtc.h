@@ -21,7 +21,8 @@ using FramebufferRef = std::shared_ptr<const Framebuffer>;
 // survives changes of mode.
 class Crtc {
   public:
-    // Another picture came on screen at this board time; `flip`: by a page flip.
+    // Another picture came on screen at this board time, or none is there any more; `flip`: by a
+    // page flip.
     using Listener = std::function<void(std::int64_t board_ns, bool flip)>;
 
     Crtc(Board& board, std::uint32_t id, Listener listener);
@@ -33,6 +34,7 @@ class Crtc {
     const drm_mode_modeinfo& mode() const { return mode_; }  // of a CRTC that is on
     std::uint32_t x() const { return x_; }
     std::uint32_t y() const { return y_; }
+    const FramebufferRef& onScreen() const { return framebuffer_; }  // null while off
     // The picture of the last accepted request: where a pending flip leads to.
     const FramebufferRef& latest() const { return pending_ ? pending_->framebuffer : framebuffer_; }
     bool uses(std::uint32_t framebufferId) const;
@@ -42,7 +44,7 @@ class Crtc {
              std::uint32_t y);
     void off();
     // Power saving: the mode stays, the screen is black, flips are refused.
-    void setAsleep(bool asleep) { asleep_ = asleep; }
+    void setAsleep(bool asleep);
     bool asleep() const { return asleep_; }
 
     bool flipPending() const { return pending_.has_value(); }

@@ -45,6 +45,8 @@ class Display::Impl {
     void stopRecording(const Done& done);
     void dumpFrames(const std::string& folder, unsigned count, Done done);
     void setStampLookup(StampLookup lookup) { lookup_ = std::move(lookup); }
+    void setWatcher(Watcher* watcher) { watcher_ = watcher; }
+    OnScreen onScreen() const;
 
   private:
     struct Dump {
@@ -54,7 +56,16 @@ class Display::Impl {
         Done done;
     };
 
+    // What is known about the picture on screen.
+    struct Shown {
+        std::optional<Stamp> stamp;
+        std::int64_t taken_ns = 0;  // 0: unknown
+        std::int64_t shown_ns = 0;
+    };
+
     void pictureChanged(std::int64_t board_ns, bool flip);
+    void note(const std::optional<Stamp>& stamp, std::int64_t board_ns);
+    void tell(const FlipStep* step);
     void dumpOne(const ScreenView& view, const Stamp& stamp, std::int64_t board_ns);
     ScreenView visible() const;
     // Runs a job on the worker and hands its error line to `done` on the loop's thread.
@@ -64,6 +75,9 @@ class Display::Impl {
     Card card_;
     FlipFigures figures_;
     StampLookup lookup_;
+    Watcher* watcher_ = nullptr;
+    Shown shown_;
+    std::uint64_t changes_ = 1, flips_ = 0;  // the black before the first picture counts
     std::unique_ptr<Dump> dump_;
     std::unique_ptr<Recorder> recorder_;
     // Stopped ones whose thread may still write.
@@ -75,16 +89,73 @@ class Display::Impl {
 
 void Display::Impl::pictureChanged(std::int64_t board_ns, bool flip) {
     const ScreenView view = card_.crtc().screen();
+    std::optional<Stamp> stamp = readStamp(view);
+    if (stamp && lookup_)
+        stamp = lookup_(*stamp);
+    note(stamp, board_ns);
+    FlipStep step;
     if (flip) {
-        std::optional<Stamp> stamp = readStamp(view);
-        if (stamp && lookup_)
-            stamp = lookup_(*stamp);
-        const bool isNew = figures_.count(stamp, in100us(board_.clock().now_ns()));
-        if (isNew && dump_ != nullptr)
+        ++flips_;
+        step = figures_.count(stamp, in100us(board_.clock().now_ns()));
+        if (step.isNew && dump_ != nullptr)
             dumpOne(view, *stamp, board_ns);
     }
     if (recorder_ != nullptr)
         recorder_->offer(visible(), EventLoop::now_ns(), board_ns);
+    if (watcher_ != nullptr)
+        tell(flip ? &step : nullptr);
+}
+
+void Display::Impl::note(const std::optional<Stamp>& stamp, std::int64_t board_ns) {
+    ++changes_;
+    shown_ = {stamp, 0, board_ns};
+    if (!stamp)
+        return;
+    const std::int64_t now_100us = board_.clock().now_ns() / 100000;
+    const auto age_100us = std::int32_t(std::uint32_t(now_100us) - stamp->time_100us);
+    // A mark from the future is another run's: its time says nothing.
+    if (age_100us >= 0)
+        shown_.taken_ns = (now_100us - age_100us) * 100000;
+}
+
+void Display::Impl::tell(const FlipStep* step) {
+    if (step == nullptr)
+        return watcher_->screenChanged(nullptr);
+    wire::ViewFlip flip{};
+    flip.shown_ns = shown_.shown_ns;
+    flip.taken_ns = shown_.taken_ns;
+    flip.flip = flips_;
+    flip.marked = shown_.stamp ? 1 : 0;
+    flip.frame = shown_.stamp ? shown_.stamp->frame : 0;
+    flip.repeated = step->repeated ? 1 : 0;
+    flip.skipped = step->skipped;
+    watcher_->screenChanged(&flip);
+}
+
+OnScreen Display::Impl::onScreen() const {
+    OnScreen result;
+    result.change = changes_;
+    wire::ViewPicture& picture = result.picture;
+    const ScreenView view = visible();
+    picture.width = view.width;
+    picture.height = view.height;
+    picture.shown_ns = shown_.shown_ns;
+    picture.flip = flips_;
+    if (view.black())
+        return result;
+    picture.format = view.format;
+    picture.marked = shown_.stamp ? 1 : 0;
+    picture.frame = shown_.stamp ? shown_.stamp->frame : 0;
+    picture.taken_ns = shown_.taken_ns;
+    const Framebuffer& source = *card_.crtc().onScreen();
+    for (unsigned plane = 0; plane < planeCount(view.format); ++plane) {
+        const DumbBuffer& memory = *source.buffers[plane];
+        picture.offsets[plane] = std::uint32_t(view.planes[plane] - memory.data());
+        picture.pitches[plane] = view.pitches[plane];
+        if (plane == 0 || source.buffers[1] != source.buffers[0])
+            result.descriptors[plane] = memory.readableMemfd();
+    }
+    return result;
 }
 
 void Display::Impl::dumpOne(const ScreenView& view, const Stamp& stamp, std::int64_t board_ns) {
@@ -205,6 +276,14 @@ void Display::replaceDescription(const DisplayDescription& description) {
 
 void Display::setStampLookup(StampLookup lookup) {
     impl_->setStampLookup(std::move(lookup));
+}
+
+void Display::setWatcher(Watcher* watcher) {
+    impl_->setWatcher(watcher);
+}
+
+OnScreen Display::onScreen() const {
+    return impl_->onScreen();
 }
 
 void Display::holdFlips(bool held) {

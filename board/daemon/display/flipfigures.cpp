@@ -17,22 +17,26 @@ double percentile_ms(const std::vector<std::uint32_t>& sorted, unsigned percent)
 
 }  // namespace
 
-bool FlipFigures::count(const std::optional<Stamp>& stamp, std::uint32_t now_100us) {
+FlipStep FlipFigures::count(const std::optional<Stamp>& stamp, std::uint32_t now_100us) {
+    FlipStep result;
     ++counts_.flips;
     if (!stamp)
-        return false;
+        return result;
     ++counts_.shown;
     if (lastFrame_ && *lastFrame_ == stamp->frame) {
         ++counts_.repeated;
-        return false;
+        result.repeated = true;
+        return result;
     }
+    result.isNew = true;
     if (lastFrame_) {
         const std::uint32_t step = (stamp->frame - *lastFrame_) & frameMask;
         if (step < halfOfFrames)
-            counts_.skipped += step - 1;
+            result.skipped = step - 1;
         else
             ++counts_.outOfOrder;
     }
+    counts_.skipped += result.skipped;
     lastFrame_ = stamp->frame;
     counts_.lastFrame = stamp->frame;
     const std::uint32_t latency = now_100us - stamp->time_100us;
@@ -44,7 +48,7 @@ bool FlipFigures::count(const std::optional<Stamp>& stamp, std::uint32_t now_100
             latencies_100us_[nextLatency_] = latency;
         nextLatency_ = (nextLatency_ + 1) % window;
     }
-    return true;
+    return result;
 }
 
 DisplayFigures FlipFigures::figures() const {

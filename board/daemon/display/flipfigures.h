@@ -10,11 +10,17 @@
 
 namespace board {
 
+// What one flip did.
+struct FlipStep {
+    bool isNew = false;         // its picture carries a mark that was not on screen before
+    bool repeated = false;      // its mark is that of the marked picture before
+    std::uint32_t skipped = 0;  // frame numbers left out since that one
+};
+
 class FlipFigures {
   public:
-    // One completed flip; `now_100us` is board time modulo 2^32. True when the picture carries a
-    // mark that was not on screen before.
-    bool count(const std::optional<Stamp>& stamp, std::uint32_t now_100us);
+    // One completed flip; `now_100us` is board time modulo 2^32.
+    FlipStep count(const std::optional<Stamp>& stamp, std::uint32_t now_100us);
     // Percentiles are of the last `window` new pictures.
     DisplayFigures figures() const;
     void reset();

@@ -149,6 +149,12 @@ void SoundCard::stopRecording(const Recorded& done) {
     });
 }
 
+void SoundCard::setWatcher(Watcher* watcher, wire::ViewCard card) {
+    SoundTap& tap =
+        card == wire::ViewCard::microphone ? impl_->state->voice.tap() : impl_->state->ear.tap();
+    tap.setWatcher(watcher, card);
+}
+
 SoundFigures SoundCard::figures(bool playback) const {
     if (plugged())
         impl_->current->catchUp();

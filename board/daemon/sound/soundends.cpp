@@ -77,11 +77,13 @@ void Voice::begin(const SoundFormat& format) {
 }
 
 void Voice::move(std::uint8_t* frames, std::uint32_t count) {
+    const std::uint8_t* const begin = frames;
     const std::uint32_t bytes = format_.sampleBits / 8;
     for (std::uint32_t i = 0; i < count; ++i, ++frame_)
         for (std::uint32_t channel = 0; channel < format_.channels; ++channel, frames += bytes)
             packSample(source_ ? source_->sample(frame_, channel, format_.rate_Hz) : 0,
                        format_.format, frames);
+    tap_.moved(format_, begin, count);
 }
 
 }  // namespace board

@@ -5,6 +5,7 @@
 #include "board/daemon/sound/pcmstream.h"
 #include "board/daemon/sound/soundrecorder.h"
 #include "board/daemon/sound/soundsource.h"
+#include "board/daemon/sound/soundtap.h"
 #include "board/daemon/sound/soundworker.h"
 
 #include <functional>
@@ -17,7 +18,8 @@ namespace board {
 class Voice : public SoundEnd {
   public:
     // All must outlive the voice.
-    Voice(Board& board, SoundWorker& worker) : board_(board), worker_(worker) {}
+    Voice(Board& board, SoundWorker& worker) : board_(board), worker_(worker), tap_(board) {}
+    SoundTap& tap() { return tap_; }
 
     // A generator's name or a media file, from the next start on. `done` gets an error line (empty
     // on success), at once or later.
@@ -27,7 +29,9 @@ class Voice : public SoundEnd {
     void begin(const SoundFormat& format) override;
     void move(std::uint8_t* frames, std::uint32_t count) override;
     void skip(std::uint64_t frames) override { frame_ += frames; }
-    void event(const char* /*what*/, std::int64_t /*board_ns*/, std::int64_t /*left*/) override {}
+    void event(const char* what, std::int64_t /*board_ns*/, std::int64_t /*left*/) override {
+        tap_.event(what);
+    }
 
   private:
     using Loaded = std::function<void(const std::string& error)>;
@@ -35,6 +39,7 @@ class Voice : public SoundEnd {
 
     Board& board_;
     SoundWorker& worker_;
+    SoundTap tap_;
     std::shared_ptr<const SoundSource> generator_ = makeGenerator("sweep");  // null: the file
     std::string path_;
     std::shared_ptr<const SoundSource> clip_;  // path_ at clipRate_Hz_; null while it is read
@@ -49,21 +54,29 @@ class Voice : public SoundEnd {
 // Takes what is played.
 class Ear : public SoundEnd {
   public:
-    Ear(Board& board, SoundWorker& worker) : recorder_(board.loop(), worker) {}
+    Ear(Board& board, SoundWorker& worker) : recorder_(board.loop(), worker), tap_(board) {}
+    SoundTap& tap() { return tap_; }
     SoundRecorder& recorder() { return recorder_; }
 
     void prepare(const SoundFormat& /*format*/) override {}
-    void begin(const SoundFormat& format) override { recorder_.format(format); }
+    void begin(const SoundFormat& format) override {
+        format_ = format;
+        recorder_.format(format);
+    }
     void move(std::uint8_t* frames, std::uint32_t count) override {
         recorder_.frames(frames, count);
+        tap_.moved(format_, frames, count);
     }
     void skip(std::uint64_t /*frames*/) override {}
     void event(const char* what, std::int64_t board_ns, std::int64_t left) override {
         recorder_.event(what, board_ns, left);
+        tap_.event(what);
     }
 
   private:
     SoundRecorder recorder_;
+    SoundTap tap_;
+    SoundFormat format_;
 };
 
 }  // namespace board

@@ -14,12 +14,19 @@ Stamp mark(std::uint32_t frame, std::uint32_t time_100us = 0) {
 
 TEST(FlipFigures, tellsNewRepeatedSkippedAndLatePictures) {
     FlipFigures figures;
-    EXPECT_TRUE(figures.count(mark(10), 0));
-    EXPECT_TRUE(figures.count(mark(11), 0));
-    EXPECT_FALSE(figures.count(mark(11), 0));
-    EXPECT_TRUE(figures.count(mark(15), 0));
-    EXPECT_TRUE(figures.count(mark(14), 0));
-    EXPECT_FALSE(figures.count(std::nullopt, 0));
+    EXPECT_TRUE(figures.count(mark(10), 0).isNew);
+    EXPECT_TRUE(figures.count(mark(11), 0).isNew);
+    const FlipStep again = figures.count(mark(11), 0);
+    EXPECT_FALSE(again.isNew);
+    EXPECT_TRUE(again.repeated);
+    const FlipStep far = figures.count(mark(15), 0);
+    EXPECT_TRUE(far.isNew);
+    EXPECT_FALSE(far.repeated);
+    EXPECT_EQ(far.skipped, 3u);
+    const FlipStep late = figures.count(mark(14), 0);
+    EXPECT_TRUE(late.isNew);
+    EXPECT_EQ(late.skipped, 0u);
+    EXPECT_FALSE(figures.count(std::nullopt, 0).isNew);
     const DisplayFigures result = figures.figures();
     EXPECT_EQ(result.flips, 6u);
     EXPECT_EQ(result.shown, 5u);
