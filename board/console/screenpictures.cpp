@@ -28,7 +28,7 @@ bool isIntact(const wire::ViewPicture& picture, const std::uint8_t* luma) {
     if (picture.marked == 0)
         return true;
     const auto stamp = readStamp(luma, 1, picture.pitches[0], picture.width, picture.height);
-    return stamp && stamp->frame == picture.frame;
+    return stamp && stamp->frame == picture.mark;
 }
 
 }  // namespace

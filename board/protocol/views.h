@@ -34,8 +34,8 @@ struct ViewRequest {
 //
 // On credit the picture is sent at once unless this client has it already, else when the next one
 // comes on screen. The memory is the one that the program draws into: it is left in peace until the
-// next flip (ViewFlip::flip greater than `flip`) at least, and may change from then on; the number
-// in the picture's mark, read before and after copying, tells as well.
+// next flip (ViewFlip::flip greater than `flip`) at least, and may change from then on; a mark in
+// the copy that is not `mark` tells as well.
 struct ViewPicture {
     std::uint32_t format;         // DRM_FORMAT_NV12, DRM_FORMAT_XRGB8888; 0: black
     std::uint32_t width, height;  // of the visible part, pixels; black ones have a size, too
@@ -43,8 +43,8 @@ struct ViewPicture {
     std::uint32_t pitches[2];     // bytes a line
     std::uint32_t marked;         // 1: the picture carries a camera frame's mark; 0: it does not
     std::uint32_t frame;          // number of the camera frame (modulo 2^24)
-    std::uint32_t reserved;
-    std::int64_t taken_ns;  // when the camera delivered it; 0 when unmarked
+    std::uint32_t mark;     // number that the mark itself carries: in a looped stream another one
+    std::int64_t taken_ns;  // when the camera delivered it; 0: unmarked, or not known
     std::int64_t shown_ns;  // when it came on screen
     std::uint64_t flip;     // page flips since the board began, this picture's included
 };
@@ -81,7 +81,7 @@ constexpr std::uint32_t maxViewSoundBytes = 32u << 10;  // of frames in one pack
 // A completed page flip.
 struct ViewFlip {
     std::int64_t shown_ns;
-    std::int64_t taken_ns;   // when the camera delivered what is shown; 0 when unmarked
+    std::int64_t taken_ns;   // when the camera delivered what is shown; 0: unmarked, or not known
     std::uint64_t flip;      // number since the board began, from 1: one more each time
     std::uint32_t marked;    // 1: the picture carries a camera frame's mark
     std::uint32_t frame;     // number of the camera frame (modulo 2^24)

@@ -59,12 +59,13 @@ class Display::Impl {
     // What is known about the picture on screen.
     struct Shown {
         std::optional<Stamp> stamp;
+        std::uint32_t mark = 0;     // the number as it stands in the picture
         std::int64_t taken_ns = 0;  // 0: unknown
         std::int64_t shown_ns = 0;
     };
 
     void pictureChanged(std::int64_t board_ns, bool flip);
-    void note(const std::optional<Stamp>& stamp, std::int64_t board_ns);
+    void note(const std::optional<Stamp>& stamp, std::uint32_t mark, std::int64_t board_ns);
     void tell(const FlipStep* step);
     void dumpOne(const ScreenView& view, const Stamp& stamp, std::int64_t board_ns);
     ScreenView visible() const;
@@ -90,9 +91,10 @@ class Display::Impl {
 void Display::Impl::pictureChanged(std::int64_t board_ns, bool flip) {
     const ScreenView view = card_.crtc().screen();
     std::optional<Stamp> stamp = readStamp(view);
+    const std::uint32_t mark = stamp ? stamp->frame : 0;
     if (stamp && lookup_)
         stamp = lookup_(*stamp);
-    note(stamp, board_ns);
+    note(stamp, mark, board_ns);
     FlipStep step;
     if (flip) {
         ++flips_;
@@ -106,9 +108,10 @@ void Display::Impl::pictureChanged(std::int64_t board_ns, bool flip) {
         tell(flip ? &step : nullptr);
 }
 
-void Display::Impl::note(const std::optional<Stamp>& stamp, std::int64_t board_ns) {
+void Display::Impl::note(const std::optional<Stamp>& stamp, std::uint32_t mark,
+                         std::int64_t board_ns) {
     ++changes_;
-    shown_ = {stamp, 0, board_ns};
+    shown_ = {stamp, mark, 0, board_ns};
     if (!stamp)
         return;
     const std::int64_t now_100us = board_.clock().now_ns() / 100000;
@@ -146,6 +149,7 @@ OnScreen Display::Impl::onScreen() const {
     picture.format = view.format;
     picture.marked = shown_.stamp ? 1 : 0;
     picture.frame = shown_.stamp ? shown_.stamp->frame : 0;
+    picture.mark = shown_.mark;
     picture.taken_ns = shown_.taken_ns;
     const Framebuffer& source = *card_.crtc().onScreen();
     for (unsigned plane = 0; plane < planeCount(view.format); ++plane) {

@@ -13,6 +13,7 @@
 #include "board/media/stamp.h"
 #include "tests/board/views/viewclient.h"
 #include "tests/support/application.h"
+#include "tests/support/cameramode.h"
 #include "tests/support/scenarios.h"
 
 namespace {
@@ -24,6 +25,8 @@ using support::Milliseconds;
 using views::Packet;
 using views::ViewClient;
 namespace wire = board::wire;
+
+constexpr unsigned fast = 4;  // where it is not about speed
 
 std::uint32_t markOf(const wire::ViewPicture& picture, const std::vector<std::uint8_t>& pixels) {
     const auto stamp =
@@ -62,7 +65,7 @@ class Onlooker {
             client_.grant();
             if (picture.marked == 0)
                 continue;
-            EXPECT_EQ(markOf(picture, pixels), picture.frame);
+            EXPECT_EQ(markOf(picture, pixels), picture.mark);
             seen_[picture.frame] = {picture, std::move(pixels)};
         }
     }
@@ -82,10 +85,18 @@ rapidjson::Document copyFrames(Board& board, const std::string& folder, unsigned
     return index;
 }
 
-class ScreenView : public testing::TestWithParam<const char*> {};
+// A display whose lines are not whole 64 bytes, and a stream whose pictures are sent again and
+// again.
+const support::CameraMode modes[] = {
+    {"WithPitch", "YUYV", 688, 384, 30, "", 688, 384, 0, "field:bars"},
+    {"Looped", "MJPG", 640, 360, 30, "", 640, 360, 0, "field:bars"},
+};
+
+class ScreenView : public testing::TestWithParam<support::CameraMode> {};
 
 TEST_P(ScreenView, IsExactlyWhatIsScannedOut) {
-    Board board(benchScenario(GetParam()));
+    const support::ModeScenario scenario(GetParam());
+    Board board(scenario.path());
     Application application(board);
     application.expectPlaying();
     const std::string folder = board.folder() + "/copies";
@@ -116,13 +127,11 @@ TEST_P(ScreenView, IsExactlyWhatIsScannedOut) {
     std::filesystem::remove_all(folder);
 }
 
-INSTANTIATE_TEST_SUITE_P(Displays, ScreenView, testing::Values("small", "wide-1366"),
-                         [](const auto& info) {
-                             return std::string(info.param) == "small" ? "Small" : "WithPitch";
-                         });
+INSTANTIATE_TEST_SUITE_P(Modes, ScreenView, testing::ValuesIn(modes),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ScreenView, ComesOnlyAgainstCredit) {
-    Board board(benchScenario("small"));
+    Board board(benchScenario("tiny"), fast);
     Application application(board);
     application.expectPlaying();
     ViewClient client(board.folder(), wire::ViewKind::screen);
@@ -146,7 +155,7 @@ TEST(ScreenView, ComesOnlyAgainstCredit) {
 }
 
 TEST(ScreenView, StandingPictureIsSentOnce) {
-    Board board(benchScenario("small"));
+    Board board(benchScenario("tiny"), fast);
     Application application(board);
     application.expectPlaying();
     board.holdFlips(true);
@@ -167,7 +176,7 @@ TEST(ScreenView, StandingPictureIsSentOnce) {
 }
 
 TEST(ScreenView, MemoryCannotBeWrittenTo) {
-    Board board(benchScenario("small"));
+    Board board(benchScenario("tiny"), fast);
     Application application(board);
     application.expectPlaying();
     ViewClient client(board.folder(), wire::ViewKind::screen);
@@ -196,7 +205,7 @@ std::optional<wire::ViewPicture> waitForBlack(ViewClient& client) {
 }
 
 TEST(ScreenView, BlackWhenTheProgramEnds) {
-    Board board(benchScenario("small"));
+    Board board(benchScenario("tiny"), fast);
     Application application(board);
     application.expectPlaying();
     ViewClient client(board.folder(), wire::ViewKind::screen);
@@ -205,12 +214,12 @@ TEST(ScreenView, BlackWhenTheProgramEnds) {
     application.end();
     const auto black = waitForBlack(client);
     ASSERT_TRUE(black);
-    EXPECT_EQ(black->width, 640u);
-    EXPECT_EQ(black->height, 360u);
+    EXPECT_EQ(black->width, 320u);
+    EXPECT_EQ(black->height, 180u);
 }
 
 TEST(ScreenView, BlackWhenTheDisplayIsUnplugged) {
-    Board board(benchScenario("small"));
+    Board board(benchScenario("tiny"), fast);
     Application application(board);
     const std::size_t playing = application.expectPlaying();
     ViewClient client(board.folder(), wire::ViewKind::screen);
@@ -229,13 +238,13 @@ TEST(ScreenView, BlackWhenTheDisplayIsUnplugged) {
 }
 
 TEST(ScreenView, BlackFromTheStart) {
-    Board board(benchScenario("small"));
+    Board board(benchScenario("tiny"), fast);
     ViewClient client(board.folder(), wire::ViewKind::screen);
     EXPECT_TRUE(waitForBlack(client));
 }
 
 TEST(FlipView, NumbersEveryFlip) {
-    Board board(benchScenario("small"));
+    Board board(benchScenario("tiny"), fast);
     ViewClient flips(board.folder(), wire::ViewKind::flips);
     Application application(board);
     application.expectPlaying();
