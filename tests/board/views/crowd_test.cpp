@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <random>
@@ -27,9 +29,8 @@ namespace wire = board::wire;
 constexpr wire::ViewKind kinds[] = {wire::ViewKind::screen, wire::ViewKind::camera,
                                     wire::ViewKind::sound, wire::ViewKind::flips};
 
-// A machine that wakes its own threads later than this loses frames without anybody's fault: the
-// application has three buffers of a thirtieth of a second each.
-constexpr double tolerableLateness_ms = 20;
+// A machine that wakes its own threads later than this loses frames without anybody's fault.
+constexpr double tolerableLateness_ms = 5;
 constexpr int attempts = 5;
 
 class Crowd : public testing::Test {
@@ -40,27 +41,32 @@ class Crowd : public testing::Test {
         return std::make_unique<ViewClient>(board_.folder(), kind);
     }
 
-    // While `work` runs, and one more second of pictures, no frame is lost. Where the machine did
-    // not keep time it is done again.
+    // While `work` runs, and one more second of pictures, no frame is lost and the board hardly
+    // works. Where the machine did not keep time it is done again; a machine that never did says
+    // nothing about frames.
     void losesNothingWhile(const std::function<void()>& work) {
-        support::DisplayFigures display;
-        std::uint64_t lost = 0;
         for (int attempt = 0; attempt < attempts; ++attempt) {
             const std::uint64_t lostBefore = board_.camera().lost;
             board_.resetFigures();
             const support::LatenessProbe probe;
+            const double cpuBefore = board_.daemon().figures().cpu_s;
+            const auto began = support::Clock::now();
             ASSERT_NO_FATAL_FAILURE(work());
-            const std::uint64_t shown = board_.display().shown;
-            ASSERT_TRUE(board_.waitForDisplay(
-                [&](const auto& now) { return now.shown >= shown + 30; }, Milliseconds(10000)));
-            display = board_.display();
-            lost = board_.camera().lost - lostBefore;
-            if ((lost == 0 && display.skipped == 0) || probe.worst_ms() <= tolerableLateness_ms)
-                break;
+            ASSERT_NO_FATAL_FAILURE(letPicturesPass(30));
+            const std::chrono::duration<double> took = support::Clock::now() - began;
+            const double cpu = (board_.daemon().figures().cpu_s - cpuBefore) / took.count();
+            EXPECT_LT(cpu, 0.5) << "of a core";
+            const support::DisplayFigures display = board_.display();
+            EXPECT_EQ(display.outOfOrder, 0u);
+            const std::uint64_t lost = board_.camera().lost - lostBefore;
+            if (lost == 0 && display.skipped == 0)
+                return;
+            if (probe.worst_ms() <= tolerableLateness_ms) {
+                FAIL() << lost << " frames found no buffer, " << display.skipped
+                       << " were not shown";
+            }
         }
-        EXPECT_EQ(lost, 0u);
-        EXPECT_EQ(display.skipped, 0u);
-        EXPECT_EQ(display.outOfOrder, 0u);
+        std::printf("the machine was never on time: frames are not judged\n");
     }
     void letPicturesPass(unsigned count) {
         const std::uint64_t shown = board_.display().shown;
