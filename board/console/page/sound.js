@@ -82,8 +82,8 @@ export function startSound(feed) {
     const capture = figures.microphone?.capture;
     setText(byId('sound-facts', HTMLElement), playback?.open ? formatOf(playback) : 'output closed');
     setPairs(byId('sound-numbers', HTMLElement), [
-      ['in the FIFO', sound.onTheWay_ms === null ? '–' : `${fixed(sound.onTheWay_ms, 0)} ms`],
-      ['in the output', sound.queued_ms === null ? '–' : `${fixed(sound.queued_ms, 0)} ms`],
+      ['in FIFO', sound.onTheWay_ms === null ? '–' : `${fixed(sound.onTheWay_ms, 0)} ms`],
+      ['in output', sound.queued_ms === null ? '–' : `${fixed(sound.queued_ms, 0)} ms`],
       ['under-runs', String(playback?.xruns ?? 0)],
       ['over-runs', String(capture?.xruns ?? 0)],
     ]);
