@@ -32,7 +32,7 @@ export function startAge(feed) {
     const [median, p95] = ofSecond(age);
     setPairs(numbers, [
       ['median', median === null ? '–' : `${fixed(median)} ms`],
-      ['95 % below', p95 === null ? '–' : `${fixed(p95)} ms`],
+      ['95 %', p95 === null ? '–' : `${fixed(p95)} ms`],
       ['shown', String(figures.display.shown)],
       ['lost', String(figures.camera?.lost ?? 0)],
       ['repeated', String(figures.display.repeated)],
