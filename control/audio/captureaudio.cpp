@@ -1,6 +1,7 @@
 #include "control/audio/captureaudio.h"
 
 #include "control/audio/hwparams.h"
+#include "control/audio/openpcm.h"
 #include "control/task/logline.h"
 #include "control/task/msgaudio.h"
 
@@ -54,32 +55,12 @@ unsigned int Captureaudio::getPcmRemainLength() const {
 
 bool Captureaudio::initCaptureAudio() {
     logOut("init audio capture");
-    initialised = openDevice();
+    initialised = openPcm(audio.device, SND_PCM_STREAM_CAPTURE, pcm.handle, pcm.log,
+                          [this] { return SNDWAV_SetParams(&pcm); });
     if (!initialised) {
         pcm = {};
     }
     return initialised;
-}
-
-bool Captureaudio::openDevice() {
-    snd_output_t* log = nullptr;
-    if (snd_output_stdio_attach(&log, stderr, 0) < 0) {
-        logOut(" Error snd_output_stdio_attach");
-        return false;
-    }
-    pcm.log.reset(log);
-    snd_pcm_t* handle = nullptr;
-    if (snd_pcm_open(&handle, audio.device.c_str(), SND_PCM_STREAM_CAPTURE, 0) < 0) {
-        logOut(" Error snd_pcm_open ", audio.device);
-        return false;
-    }
-    pcm.handle.reset(handle);
-    if (!SNDWAV_SetParams(&pcm)) {
-        logOut(" Error set_snd_pcm_params ", audio.device);
-        return false;
-    }
-    snd_pcm_dump(handle, log);
-    return true;
 }
 
 bool Captureaudio::SNDWAV_SetParams(SNDPCMContainer* container) {

@@ -56,7 +56,6 @@ class Captureaudio final : public TaskBase {
     void asyncCaptureHandler(snd_async_handler_t* handler);
 
     bool initCaptureAudio();
-    bool openDevice();
     bool SNDWAV_SetParams(SNDPCMContainer* container);
     void startDevice();
     void restartDevice();

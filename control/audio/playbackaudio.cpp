@@ -1,6 +1,7 @@
 #include "control/audio/playbackaudio.h"
 
 #include "control/audio/hwparams.h"
+#include "control/audio/openpcm.h"
 #include "control/task/logline.h"
 #include "control/task/msgaudio.h"
 
@@ -64,32 +65,12 @@ unsigned int PlaybackAudio::getPcmRemainLength() const {
 
 bool PlaybackAudio::initPlaybackAudio() {
     logOut("init audio playback");
-    playback_ready = openDevice();
+    playback_ready = openPcm(device.device, SND_PCM_STREAM_PLAYBACK, pcm.handle, pcm.log,
+                             [this] { return SNDWAV_SetParams(&pcm); });
     if (!playback_ready) {
         pcm = {};
     }
     return playback_ready;
-}
-
-bool PlaybackAudio::openDevice() {
-    snd_output_t* log = nullptr;
-    if (snd_output_stdio_attach(&log, stderr, 0) < 0) {
-        logOut(" Error snd_output_stdio_attach");
-        return false;
-    }
-    pcm.log.reset(log);
-    snd_pcm_t* handle = nullptr;
-    if (snd_pcm_open(&handle, device.device.c_str(), SND_PCM_STREAM_PLAYBACK, 0) < 0) {
-        logOut(" Error snd_pcm_open ", device.device);
-        return false;
-    }
-    pcm.handle.reset(handle);
-    if (!SNDWAV_SetParams(&pcm)) {
-        logOut(" Error set_snd_pcm_params ", device.device);
-        return false;
-    }
-    snd_pcm_dump(handle, log);
-    return true;
 }
 
 bool PlaybackAudio::SNDWAV_SetParams(SNDPCMContainer* container) {

@@ -63,7 +63,6 @@ class PlaybackAudio final : public TaskBase, public Receive_handler {
 
   private:
     bool initPlaybackAudio();
-    bool openDevice();
     bool SNDWAV_SetParams(SNDPCMContainer* container);
 
     // The receiving thread.
