@@ -33,9 +33,11 @@ bool becomes(Board& board, const std::string& control, int value) {
     return true;
 }
 
+// Plays, and reads the remote.
 class Remote : public testing::Test {
   protected:
-    // Plays, and reads the remote.
+    explicit Remote(const char* scenario = "small-remote", unsigned speed = 4)
+        : board(benchScenario(scenario), speed) {}
     void SetUp() override {
         next = application.expectPlaying();
         expectOpened(0);
@@ -44,7 +46,7 @@ class Remote : public testing::Test {
         ASSERT_TRUE(application.out().waitForMatch(opened, Milliseconds(10000), from));
     }
 
-    Board board{benchScenario("small-remote"), 4};
+    Board board;
     Application application{board};
     std::size_t next = 0;
 };
@@ -146,15 +148,9 @@ constexpr char sleepTold[] = "2/2:aa000e123300f4e000e113c20103";
 constexpr char wakeTold[] = "2/2:aa000e12003334d100e113c20101";
 constexpr char wokenUp[] = "statue: STATUE_POOL_OPENFAID ==> STATUE_POLL_NODEVICE(WAKE UP)";
 
-class SleepingCamera : public testing::Test {
+class SleepingCamera : public Remote {
   protected:
-    void SetUp() override {
-        next = application.expectPlaying();
-        expectOpened(0);
-    }
-    void expectOpened(std::size_t from) {
-        ASSERT_TRUE(application.out().waitForMatch(opened, Milliseconds(10000), from));
-    }
+    SleepingCamera() : Remote("small-ptz", 8) {}
     void press(const char* key) {
         board.press(key);
         board.release(key);
@@ -194,10 +190,6 @@ class SleepingCamera : public testing::Test {
         }
         return texts;
     }
-
-    Board board{benchScenario("small-ptz"), 8};
-    Application application{board};
-    std::size_t next = 0;
 };
 
 TEST_F(SleepingCamera, IsDrivenWhileItSleeps) {

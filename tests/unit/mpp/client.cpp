@@ -55,6 +55,21 @@ coded::Picture read(const Shown& shown, const std::uint8_t* memory, std::size_t 
 
 }  // namespace
 
+double millisecondsSince(Clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+coded::Bytes picture() {
+    return coded::encode(coded::Jpeg{});
+}
+
+MppDecQueryCfg query(MppCtx ctx, MppApi* mpi) {
+    MppDecQueryCfg answer{};
+    answer.query_flag = MPP_DEC_QUERY_ALL;
+    EXPECT_EQ(mpi->control(ctx, MPP_DEC_QUERY, &answer), MPP_OK);
+    return answer;
+}
+
 Shown look(MppFrame frame) {
     Shown shown;
     shown.width = mpp_frame_get_width(frame);

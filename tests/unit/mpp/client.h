@@ -3,12 +3,24 @@
 
 #include <rockchip/rk_mpi.h>
 
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
 #include "tests/unit/mpp/coded.h"
 
 namespace client {
+
+using Clock = std::chrono::steady_clock;
+
+double millisecondsSince(Clock::time_point start);
+
+// The picture that most tests decode, and room for it.
+coded::Bytes picture();
+constexpr std::size_t frameBytes = 64 * 48 * 4;
+
+// All that a context tells about itself.
+MppDecQueryCfg query(MppCtx ctx, MppApi* mpi);
 
 // A copy of what a frame tells and holds.
 struct Shown {

@@ -7,32 +7,14 @@
 #include "tests/unit/mpp/client.h"
 #include "tests/unit/mpp/coded.h"
 
+using client::Clock;
+using client::frameBytes;
+using client::millisecondsSince;
 using client::Mjpeg;
+using client::picture;
+using client::query;
 using client::Shown;
 using coded::Bytes;
-
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double millisecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-Bytes picture() {
-    return coded::encode(coded::Jpeg{});
-}
-
-constexpr std::size_t frameBytes = 64 * 48 * 4;
-
-MppDecQueryCfg query(MppCtx ctx, MppApi* mpi) {
-    MppDecQueryCfg answer{};
-    answer.query_flag = MPP_DEC_QUERY_ALL;
-    EXPECT_EQ(mpi->control(ctx, MPP_DEC_QUERY, &answer), MPP_OK);
-    return answer;
-}
-
-}  // namespace
 
 TEST(MppTasks, PortsGiveWhatTheyHave) {
     Mjpeg decoder(frameBytes);
