@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 
 namespace support {
@@ -15,6 +16,10 @@ struct CameraMode {
     std::uint32_t imageBytes = 0;  // of a buffer; 0: what the board announces by itself
     const char* recording = "";    // empty: the default one
 };
+
+inline void PrintTo(const CameraMode& one, std::ostream* out) {
+    *out << one.name;
+}
 
 // The file lives as long as the object.
 class ModeScenario {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <ostream>
 
 #include "tests/support/application.h"
 #include "tests/support/scenarios.h"
@@ -114,6 +115,10 @@ struct BadPicture {
     const char* name;
     long size;  // -1: no file
 };
+
+void PrintTo(const BadPicture& one, std::ostream* out) {
+    *out << one.name;
+}
 
 class BannerPicture : public testing::TestWithParam<BadPicture> {
   protected:

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <ostream>
 #include <set>
 #include <sstream>
 
@@ -34,6 +35,10 @@ struct VersionFile {
     const char* name;
     std::string content, shown;
 };
+
+void PrintTo(const VersionFile& one, std::ostream* out) {
+    *out << one.name;
+}
 
 class BookkeepingVersion : public testing::TestWithParam<VersionFile> {};
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <ostream>
 
 #include "tests/support/application.h"
 #include "tests/support/lateness.h"
@@ -28,6 +29,10 @@ struct Load {
     bool complete;  // every frame must be shown, and the picture is compared
     bool longOnly;
 };
+
+void PrintTo(const Load& one, std::ostream* out) {
+    *out << one.mode.name;
+}
 
 const Load loads[] = {
     {{"Mjpeg1080p30", "MJPG", 1920, 1080, 30, "", 1920, 1080}, true, false},

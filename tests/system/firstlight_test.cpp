@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <ostream>
 
 #include "board/media/recording.h"
 #include "board/media/stamp.h"
@@ -100,6 +101,10 @@ struct Field {
     const char* name;
     double y, u, v;  // limited range, ITU-R BT.601
 };
+
+void PrintTo(const Field& one, std::ostream* out) {
+    *out << one.name;
+}
 
 class FirstLightColour : public testing::TestWithParam<Field> {};
 

@@ -11,6 +11,7 @@
 #include <cctype>
 #include <filesystem>
 #include <map>
+#include <ostream>
 #include <regex>
 
 namespace {
@@ -23,6 +24,10 @@ struct Pair {
     const char* camera;
     const char* display;
 };
+
+void PrintTo(const Pair& one, std::ostream* out) {
+    *out << one.camera << " on " << one.display;
+}
 
 // What the log says about the choice; nothing when the start failed without one.
 std::optional<oracle::Choice> chosenBy(Application& application) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <ostream>
 
 #include "tests/support/application.h"
 #include "tests/support/scenarios.h"
@@ -44,6 +45,10 @@ struct Wait {
     const char* call;
     const char* thread;
 };
+
+void PrintTo(const Wait& one, std::ostream* out) {
+    *out << one.name;
+}
 
 class TeardownWhileParked : public testing::TestWithParam<Wait> {};
 

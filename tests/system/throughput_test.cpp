@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <ostream>
 
 #include "tests/support/application.h"
 #include "tests/support/lateness.h"
@@ -21,6 +22,10 @@ struct Load {
     const char* scenario;
     unsigned fps;
 };
+
+void PrintTo(const Load& one, std::ostream* out) {
+    *out << one.scenario;
+}
 
 // A machine that wakes its own threads later than this cannot be measured on: it swallows more of a
 // frame's time than the application has to spare.

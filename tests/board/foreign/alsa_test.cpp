@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <sstream>
 
 #include "tests/board/foreign/soundscenario.h"
@@ -85,6 +86,11 @@ struct Exact {
     const char* channels;
     std::size_t frameBytes;
 };
+
+void PrintTo(const Exact& one, std::ostream* out) {
+    *out << one.microphone << " " << one.format << " " << one.rate << " Hz, " << one.channels
+         << " channels";
+}
 
 class EveryFormat : public testing::TestWithParam<Exact> {};
 

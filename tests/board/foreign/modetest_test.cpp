@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 #include <regex>
 #include <sstream>
 #include <vector>
@@ -88,6 +89,10 @@ struct Flip {
     const char* format;
     double refresh_Hz;  // clock / (htotal * vtotal)
 };
+
+void PrintTo(const Flip& one, std::ostream* out) {
+    *out << one.mode << " " << one.format;
+}
 
 class ModetestFlips : public testing::TestWithParam<Flip> {};
 

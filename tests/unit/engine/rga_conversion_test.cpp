@@ -1,6 +1,8 @@
 // Colours and exactness of every pair of source and destination.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "tests/unit/engine/pictures.h"
 
 using namespace pictures;
@@ -11,6 +13,10 @@ struct Pair {
     Code source;
     Code destination;
 };
+
+void PrintTo(const Pair& one, std::ostream* out) {
+    *out << one.source.name << " to " << one.destination.name;
+}
 
 std::vector<Pair> pairs() {
     std::vector<Pair> all;

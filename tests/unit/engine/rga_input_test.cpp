@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <functional>
+#include <ostream>
 
 #include "tests/unit/engine/pictures.h"
 
@@ -15,6 +16,10 @@ struct Wrong {
     int error;
     std::function<void(rga_info_t& src, rga_info_t& dst)> spoil;
 };
+
+void PrintTo(const Wrong& one, std::ostream* out) {
+    *out << one.name;
+}
 
 void set(rga_info_t& info, int x, int y, int w, int h, int ws, int hs) {
     rga_set_rect(&info.rect, x, y, w, h, ws, hs, info.rect.format);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <ostream>
 #include <thread>
 
 #include "tests/unit/engine/pictures.h"
@@ -20,6 +21,10 @@ struct Turn {
     // Where the destination's (x, y) comes from.
     void (*origin)(int x, int y, int& sourceX, int& sourceY);
 };
+
+void PrintTo(const Turn& one, std::ostream* out) {
+    *out << one.name;
+}
 
 const std::vector<Turn> turns = {
     {"none", 0, false, [](int x, int y, int& sx, int& sy) { sx = x, sy = y; }},

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <ostream>
 
 namespace {
 
@@ -54,6 +55,10 @@ struct JpegMode {
     std::uint32_t width, height;
     bool fullChromaHeight;
 };
+
+void PrintTo(const JpegMode& one, std::ostream* out) {
+    *out << one.width << "x" << one.height << (one.fullChromaHeight ? " 4:2:2" : " 4:2:0");
+}
 
 class JpegFrames : public testing::TestWithParam<JpegMode> {};
 

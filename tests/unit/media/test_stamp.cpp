@@ -6,6 +6,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <ostream>
 #include <random>
 #include <vector>
 
@@ -17,6 +18,10 @@ using board::Stamp;
 struct Size {
     std::uint32_t width, height;
 };
+
+void PrintTo(const Size& one, std::ostream* out) {
+    *out << one.width << "x" << one.height;
+}
 
 // A luma plane with noise around the mark, as a picture has.
 std::vector<std::uint8_t> stampedLuma(Size size, const Stamp& stamp) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 #include <string>
 
 #include "tests/unit/mpp/client.h"
@@ -32,6 +33,10 @@ struct Stream {
     const char* name;
     coded::Avc how;
 };
+
+void PrintTo(const Stream& one, std::ostream* out) {
+    *out << one.name;
+}
 
 coded::Avc with(void (*change)(coded::Avc&)) {
     coded::Avc how;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 #include <random>
 #include <string>
 
@@ -42,6 +43,10 @@ struct Sampling {
     int across, down, lumaFactor;
     MppFrameFormat format;
 };
+
+void PrintTo(const Sampling& one, std::ostream* out) {
+    *out << one.name;
+}
 
 const std::vector<Sampling> samplings = {
     {"s420", 2, 2, 0, MPP_FMT_YUV420SP},     {"s422", 2, 1, 0, MPP_FMT_YUV422SP},

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -138,6 +139,10 @@ struct OldFile {
     const char* name;
     std::string content, read;
 };
+
+void PrintTo(const OldFile& one, std::ostream* out) {
+    *out << one.name;
+}
 
 class BookkeepingOldFile : public Bookkeeping, public testing::WithParamInterface<OldFile> {};
 
