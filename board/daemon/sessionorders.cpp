@@ -1,7 +1,7 @@
 #include "board/daemon/sessionorders.h"
 
 #include "board/daemon/catalogue.h"
-#include "board/daemon/sound/soundworker.h"
+#include "board/daemon/jobworker.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -93,7 +93,7 @@ class Files {
 
     EventLoop& loop_;
     const Session& session_;
-    SoundWorker worker_;
+    JobWorker worker_;
 };
 
 }  // namespace

@@ -1,14 +1,13 @@
 #include "board/daemon/camera.h"
 
 #include "board/daemon/camera/pluggedcamera.h"
+#include "board/daemon/pluggings.h"
 
 #include <linux/videodev2.h>
 
-#include <algorithm>
-
 namespace board {
 
-class Camera::Impl {
+class Camera::Impl : public Pluggings<PluggedCamera> {
   public:
     Impl(Board& board, const CameraDescription& given)
         : state(std::make_shared<CameraState>(board)), description(given) {
@@ -26,24 +25,8 @@ class Camera::Impl {
         state->worker.reset();
     }
 
-    void unplug() {
-        if (current == nullptr)
-            return;
-        current->unplug();
-        earlier.push_back(current);
-        current.reset();
-    }
-
-    void forgetClosed() {
-        earlier.erase(std::remove_if(earlier.begin(), earlier.end(),
-                                     [](const auto& camera) { return camera->openHandles() == 0; }),
-                      earlier.end());
-    }
-
     std::shared_ptr<CameraState> state;
     CameraDescription description;
-    std::shared_ptr<PluggedCamera> current;
-    std::vector<std::shared_ptr<PluggedCamera>> earlier;  // unplugged, perhaps still open
 };
 
 Camera::Camera(Board& board, const CameraDescription& description)
@@ -54,14 +37,7 @@ Camera::~Camera() = default;
 std::string Camera::plug(unsigned firstNumber) {
     if (impl_->current != nullptr)
         return nodePath();
-    impl_->forgetClosed();
-    unsigned number = firstNumber;
-    const auto taken = [&] {
-        return std::any_of(impl_->earlier.begin(), impl_->earlier.end(),
-                           [&](const auto& camera) { return camera->number() == number; });
-    };
-    while (taken())
-        ++number;
+    const unsigned number = impl_->freeNumber(firstNumber);
     impl_->current = std::make_shared<PluggedCamera>(impl_->state, impl_->description, number);
     impl_->current->plug();
     return nodePath();
@@ -181,10 +157,7 @@ CameraFigures Camera::figures() const {
 }
 
 unsigned Camera::openHandles() const {
-    unsigned count = plugged() ? impl_->current->openHandles() : 0;
-    for (const auto& camera : impl_->earlier)
-        count += camera->openHandles();
-    return count;
+    return impl_->openHandles();
 }
 
 }  // namespace board

@@ -4,7 +4,7 @@
 #include "board/daemon/display/flipfigures.h"
 #include "board/daemon/display/recorder.h"
 #include "board/daemon/display/screenfiles.h"
-#include "board/daemon/display/screenworker.h"
+#include "board/daemon/jobworker.h"
 
 #include <drm_fourcc.h>
 
@@ -20,6 +20,7 @@ namespace {
 constexpr char cardPath[] = "/dev/dri/card0";
 constexpr unsigned cardMajor = 226;
 constexpr unsigned maxDumpedFrames = 64;
+constexpr std::size_t maxWaitingJobs = 8;  // each may hold a picture
 constexpr char tooMuchWaiting[] = "too many pictures are waiting to be written; try again";
 
 using Done = std::function<void(const std::string&)>;
@@ -83,7 +84,7 @@ class Display::Impl {
     std::unique_ptr<Recorder> recorder_;
     // Stopped ones whose thread may still write.
     std::vector<std::unique_ptr<Recorder>> ending_;
-    ScreenWorker worker_;
+    JobWorker worker_{maxWaitingJobs};
     // Expires with the display: what was posted to the loop before must not touch it after.
     std::shared_ptr<int> alive_ = std::make_shared<int>(0);
 };

@@ -1,6 +1,6 @@
 #include "board/daemon/display/recorder.h"
 
-#include "board/daemon/display/screenworker.h"
+#include "board/daemon/jobworker.h"
 
 #include <algorithm>
 #include <utility>

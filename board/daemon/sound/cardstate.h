@@ -2,10 +2,10 @@
 #pragma once
 
 #include "board/daemon/board.h"
+#include "board/daemon/jobworker.h"
 #include "board/daemon/sound/cardclock.h"
 #include "board/daemon/sound/pcmstream.h"
 #include "board/daemon/sound/soundends.h"
-#include "board/daemon/sound/soundworker.h"
 
 #include <cstdint>
 #include <memory>
@@ -26,7 +26,7 @@ struct CardState {
     Board& board;
     CardClock clock;
     StreamFigures played, recorded;
-    SoundWorker worker;
+    JobWorker worker;
     Ear ear;      // what listens to playback
     Voice voice;  // what is heard in capture
     SoundGrant grant;

@@ -1,10 +1,10 @@
 #include "board/daemon/soundcard.h"
 
+#include "board/daemon/pluggings.h"
 #include "board/daemon/sound/pluggedcard.h"
 #include "board/daemon/sound/soundends.h"
 #include "board/daemon/stream0.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace board {
@@ -16,7 +16,7 @@ constexpr const char* stateNames[] = {"OPEN",     "SETUP",  "PREPARED",  "RUNNIN
 
 }  // namespace
 
-class SoundCard::Impl {
+class SoundCard::Impl : public Pluggings<PluggedCard> {
   public:
     Impl(Board& board, SoundDescription given, unsigned cardNumber, std::int32_t clockError_ppm)
         : state(std::make_shared<CardState>(board, clockError_ppm)),
@@ -25,25 +25,9 @@ class SoundCard::Impl {
 
     ~Impl() { unplug(); }
 
-    void unplug() {
-        if (current == nullptr)
-            return;
-        current->unplug();
-        earlier.push_back(current);
-        current.reset();
-    }
-
-    void forgetClosed() {
-        earlier.erase(std::remove_if(earlier.begin(), earlier.end(),
-                                     [](const auto& card) { return card->openHandles() == 0; }),
-                      earlier.end());
-    }
-
     std::shared_ptr<CardState> state;
     SoundDescription description;
     unsigned number;
-    std::shared_ptr<PluggedCard> current;
-    std::vector<std::shared_ptr<PluggedCard>> earlier;  // unplugged, perhaps still open
 };
 
 SoundCard::SoundCard(Board& board, const SoundDescription& description, unsigned number,
@@ -55,14 +39,7 @@ SoundCard::~SoundCard() = default;
 void SoundCard::plug() {
     if (plugged())
         return;
-    impl_->forgetClosed();
-    unsigned number = impl_->number;
-    const auto taken = [&] {
-        return std::any_of(impl_->earlier.begin(), impl_->earlier.end(),
-                           [&](const auto& card) { return card->number() == number; });
-    };
-    while (taken())
-        ++number;
+    const unsigned number = impl_->freeNumber(impl_->number);
     impl_->state->asleep = false;
     impl_->current = std::make_shared<PluggedCard>(impl_->state, impl_->description, number);
     impl_->current->plug();
@@ -183,10 +160,7 @@ SoundFigures SoundCard::figures(bool playback) const {
 }
 
 unsigned SoundCard::openHandles() const {
-    unsigned count = plugged() ? impl_->current->openHandles() : 0;
-    for (const auto& card : impl_->earlier)
-        count += card->openHandles();
-    return count;
+    return impl_->openHandles();
 }
 
 }  // namespace board

@@ -2,11 +2,11 @@
 // thread only.
 #pragma once
 
+#include "board/daemon/jobworker.h"
 #include "board/daemon/sound/pcmstream.h"
 #include "board/daemon/sound/soundrecorder.h"
 #include "board/daemon/sound/soundsource.h"
 #include "board/daemon/sound/soundtap.h"
-#include "board/daemon/sound/soundworker.h"
 
 #include <functional>
 #include <memory>
@@ -18,7 +18,7 @@ namespace board {
 class Voice : public SoundEnd {
   public:
     // All must outlive the voice.
-    Voice(Board& board, SoundWorker& worker) : board_(board), worker_(worker), tap_(board) {}
+    Voice(Board& board, JobWorker& worker) : board_(board), worker_(worker), tap_(board) {}
     SoundTap& tap() { return tap_; }
 
     // A generator's name or a media file, from the next start on. `done` gets an error line (empty
@@ -38,7 +38,7 @@ class Voice : public SoundEnd {
     void load(const std::string& path, std::uint32_t rate_Hz, const Loaded& done);
 
     Board& board_;
-    SoundWorker& worker_;
+    JobWorker& worker_;
     SoundTap tap_;
     std::shared_ptr<const SoundSource> generator_ = makeGenerator("sweep");  // null: the file
     std::string path_;
@@ -54,7 +54,7 @@ class Voice : public SoundEnd {
 // Takes what is played.
 class Ear : public SoundEnd {
   public:
-    Ear(Board& board, SoundWorker& worker) : recorder_(board.loop(), worker), tap_(board) {}
+    Ear(Board& board, JobWorker& worker) : recorder_(board.loop(), worker), tap_(board) {}
     SoundTap& tap() { return tap_; }
     SoundRecorder& recorder() { return recorder_; }
 

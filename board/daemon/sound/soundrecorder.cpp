@@ -50,7 +50,7 @@ struct SoundRecorder::Job {
     bool overflowed = false;              // loop thread
 };
 
-SoundRecorder::SoundRecorder(EventLoop& loop, SoundWorker& worker) : loop_(loop), worker_(worker) {}
+SoundRecorder::SoundRecorder(EventLoop& loop, JobWorker& worker) : loop_(loop), worker_(worker) {}
 
 SoundRecorder::~SoundRecorder() {
     if (job_ != nullptr)

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "board/daemon/eventloop.h"
+#include "board/daemon/jobworker.h"
 #include "board/daemon/sound/hardwarespace.h"
-#include "board/daemon/sound/soundworker.h"
 
 #include <cstdint>
 #include <functional>
@@ -24,7 +24,7 @@ class SoundRecorder {
     using Done = std::function<void(const Result&)>;
 
     // Both must outlive the recorder.
-    SoundRecorder(EventLoop& loop, SoundWorker& worker);
+    SoundRecorder(EventLoop& loop, JobWorker& worker);
     ~SoundRecorder();
 
     // The file is made when the first frame comes. Another format later goes to a file of its own
@@ -43,7 +43,7 @@ class SoundRecorder {
     void flush();
 
     EventLoop& loop_;
-    SoundWorker& worker_;
+    JobWorker& worker_;
     std::shared_ptr<Job> job_;
     SoundFormat format_, fileFormat_;
     std::vector<std::uint8_t> pending_;

@@ -145,7 +145,7 @@ class Recording : public testing::Test {
     }
     Folder folder_;
     soundbench::Bench bench_;
-    board::SoundWorker worker_;
+    board::JobWorker worker_;
     board::SoundRecorder recorder_{bench_.loop(), worker_};
     std::vector<std::uint8_t> frames_ = std::vector<std::uint8_t>(400, 5);
 };
