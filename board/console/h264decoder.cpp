@@ -41,6 +41,8 @@ struct H264Decoder::Library {
 H264Decoder::H264Decoder() : library_(std::make_unique<Library>()) {
     if (library_->decoder == nullptr || library_->frame == nullptr || library_->packet == nullptr)
         throw std::bad_alloc();
+    // Damage is what this view is there to show; the library would write a line for each.
+    av_log_set_level(AV_LOG_QUIET);
     library_->decoder->thread_count = 1;
     // A small picture does not show what the filter leaves out where no other frame builds on it.
     library_->decoder->skip_loop_filter = AVDISCARD_NONREF;

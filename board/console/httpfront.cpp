@@ -66,8 +66,9 @@ bool isJson(const httplib::Request& request) {
 
 }  // namespace
 
-HttpFront::HttpFront(const ConsoleRooms& rooms, unsigned short port)
+HttpFront::HttpFront(const ConsoleRooms& rooms, unsigned short port, const StreamLimits& limits)
     : rooms_(rooms),
+      limits_(limits),
       guard_(port),
       answers_{{"/health", &HttpFront::sendHealth},
                {"/events", &HttpFront::streamEvents},
@@ -102,7 +103,7 @@ HttpFront::HttpFront(const ConsoleRooms& rooms, unsigned short port)
 }
 
 void HttpFront::serve(int socket, std::string received) {
-    GuardedStream stream(socket, std::move(received), StreamLimits());
+    GuardedStream stream(socket, std::move(received), limits_);
     bool closed = false;
     try {
         process_request(stream, true, closed, [](httplib::Request& request) {

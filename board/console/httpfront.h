@@ -36,7 +36,8 @@ struct ConsoleRooms {
 // whole (see Reception) and writes the answer, one a connection.
 class HttpFront : private httplib::Server {
   public:
-    HttpFront(const ConsoleRooms& rooms, unsigned short port);
+    HttpFront(const ConsoleRooms& rooms, unsigned short port,
+              const StreamLimits& limits = StreamLimits());
 
     // One request, answered; streams last until the viewer leaves or `endStreams` is called. Any
     // thread; never throws.
@@ -64,6 +65,7 @@ class HttpFront : private httplib::Server {
     std::shared_ptr<void> takePlace(httplib::Response& response);
 
     ConsoleRooms rooms_;
+    StreamLimits limits_;
     RequestGuard guard_;
     std::map<std::string, Answer> answers_;  // of GET, by path
     std::atomic<int> streams_{0};

@@ -11,7 +11,7 @@ namespace board::console {
 
 namespace {
 
-constexpr std::size_t longestText = 64;
+constexpr std::size_t longestText = 128;
 
 // What is not here is refused: whatever writes or reads files, ends programs or takes a path.
 constexpr const char* allowedWords[] = {
