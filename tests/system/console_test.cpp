@@ -123,17 +123,20 @@ TEST(Console, TellsTheStateAndTheLog) {
     EXPECT_EQ(events.readUntil("\n\n").substr(0, 15), "event: history\n");
     const std::string log = events.readUntil("\xef\xbf\xbd");
     EXPECT_NE(log.find("\"text\": \"odd "), std::string::npos);
-    const std::string state = events.readUntil("\"state\": \"STATUE_POOL_PLAY\"");
-    EXPECT_NE(state.find("\"to\": \"STATUE_POOL_PLAY\", \"count\": 1"), std::string::npos) << state;
-    events.readUntil("event: state\n");
-    const std::string data = events.readUntil("\n\n").substr(6);
     rapidjson::Document all;
-    ASSERT_FALSE(all.Parse(data.c_str()).HasParseError()) << data;
+    ASSERT_TRUE(waitUntil([&] {
+        events.readUntil("event: state\ndata: ");
+        all.Parse(events.readUntil("\n\n").c_str());
+        return !all.HasParseError() && all["age"]["shown"].GetUint64() > 0;
+    }));
     EXPECT_TRUE(all["application"]["running"].GetBool());
     EXPECT_TRUE(all["state"]["ok"].GetBool());
     EXPECT_GT(all["figures"]["camera"]["delivered"].GetUint64(), 0u);
-    EXPECT_GT(all["age"]["shown"].GetUint64(), 0u);
+    EXPECT_GT(all["age"]["median_ms"].GetDouble(), 0);
     EXPECT_TRUE(all["inputs"].IsArray());
+    EXPECT_STREQ(all["supervisor"]["state"].GetString(), "STATUE_POOL_PLAY");
+    ASSERT_EQ(all["supervisor"]["transitions"].Size(), 1u);
+    EXPECT_EQ(all["supervisor"]["transitions"][0]["count"].GetUint64(), 1u);
 }
 
 // The samples of the stream, as they were recorded by the board itself.
