@@ -7,7 +7,7 @@ import { keepsFiles } from './steps/files.mjs';
 import { everyFaultIsAnOrder, wrongOrderShowsItsError } from './steps/faults.mjs';
 import { logIsExplained, logIsSearched } from './steps/log.mjs';
 import { pictureCarriesItsNumber, pictureFillsTheScreen, pictureMoves } from './steps/pictures.mjs';
-import { camerasArePluggedByName, cameraIsReplugged, displayIsReplugged } from './steps/plugs.mjs';
+import { cameraIsReplugged, devicesAreChosenByName, displayIsReplugged } from './steps/plugs.mjs';
 import { keyboardDrives, keysAreReleased, mouseHoldsAKey, touchHoldsAKey } from './steps/remote.mjs';
 import { connectionComesBack } from './steps/connection.mjs';
 import { soundIsHeard } from './steps/sound.mjs';
@@ -44,7 +44,7 @@ const steps = {
   'the display is unplugged and plugged in': displayIsReplugged,
   'nothing that matters is inaccessible': accessibleEverywhere,
   'the tab key reaches everything, and one sees where it is': keyboardReachesAll,
-  'a camera is chosen by its real name': camerasArePluggedByName,
+  'devices are chosen by their real names': devicesAreChosenByName,
   'every fault of the menu is an order': everyFaultIsAnOrder,
 };
 

@@ -89,12 +89,13 @@ class PlugRow {
 
   plug() {
     if (this.plugged) lane.order('unplug', { device: this.device });
-    else lane.order('plug', { device: this.device });
+    else if (this.present !== '') lane.order('plug', { device: this.device });
+    else this.use(); // the board has none yet: the one that is chosen
   }
 
   /** Another device in the place of this one, the way a person's hand does it. */
   use() {
-    const description = this.choice.value;
+    const description = this.choice.value || this.device; // receivers are described under their names
     if (this.device === 'display' && this.plugged) {
       lane.order('modes', { description });
       return;
@@ -115,7 +116,8 @@ function makeSource(title, order, choices) {
   const select = make('select', {}, make('option', { value: '' }, 'as the scenario has it'));
   select.append(...choices.map(({ value, text }) => make('option', { value }, text)));
   select.addEventListener('change', () => {
-    if (select.value !== '') lane.order(order, { name: select.value });
+    select.options[0].disabled = true; // there is no order for the way back
+    lane.order(order, { name: select.value });
   });
   return make('label', {}, make('span', {}, title), select);
 }
@@ -134,6 +136,9 @@ const sounds = [
   { value: 'noise', text: 'noise' },
   { value: 'silence', text: 'silence' },
 ];
+
+// Offered where the scenario has no input device.
+const receiver = { name: 'remote', device: 'NYFZ USB DONGLE', node: '' };
 
 /** @param {import('./feed.js').Feed} feed */
 export async function startPlugs(feed) {
@@ -161,14 +166,15 @@ export async function startPlugs(feed) {
   feed.on('state', ({ state, inputs }) => {
     for (const row of rows)
       row.show(state[`${row.device}Plugged`], row.device === 'camera' ? state.cameraNode : '', state[row.device] ?? '');
-    for (const { name, device, node } of inputs) {
+    const known = inputs.length > 0;
+    for (const { name, device, node } of known ? inputs : [receiver]) {
       let row = receivers.get(name);
       if (row === undefined) {
         row = new PlugRow(name, device, []);
         receivers.set(name, row);
         list.append(row.node);
       }
-      row.show(node !== '', node, '');
+      row.show(node !== '', node, known ? name : '');
     }
   });
 }

@@ -39,12 +39,15 @@ export async function displayIsReplugged({ page }) {
   await until('the picture', async () => !(await page.isVisible('#screen-overlay')));
 }
 
-export async function camerasArePluggedByName({ page, bench }) {
+export async function devicesAreChosenByName({ page, bench }) {
   const row = page.locator('[data-device="camera"]');
   await row.locator('select').selectOption({ label: 'HD Pro Webcam C920 (YUYV H264 MJPG)' });
   await row.getByRole('button', { name: 'Use this' }).click();
   await untilStatus(page, /plug camera logitech-c920-h264: done/);
   assert.equal((await bench.order('state')).camera, 'logitech-c920-h264');
+  const seen = page.getByLabel('Microphone hears');
+  await seen.selectOption({ label: 'a tone of 1 kHz' });
+  await untilStatus(page, /hear tone:1000: done/);
   const options = await page.locator('[data-device="display"] option').allTextContents();
   assert.ok(options.length > 40, `${options.length} displays`);
 }
