@@ -19,6 +19,10 @@ const programs = {
   steadyLog: path.join(build, 'tests/support/steadylog'),
 };
 
+// A test that breaks off leaves nothing running.
+const running = new Set();
+process.on('exit', () => running.forEach((child) => child.kill('SIGKILL')));
+
 class Program {
   /** @param {string} out where standard output and error go, as files */
   constructor(command, args, out, err, env = {}) {
@@ -28,7 +32,8 @@ class Program {
     this.name = path.basename(command);
     this.out = out;
     this.err = err;
-    this.ended = new Promise((resolve) => this.child.once('close', resolve));
+    running.add(this.child);
+    this.ended = new Promise((resolve) => this.child.once('close', resolve)).then(() => running.delete(this.child));
   }
 
   output() {
