@@ -113,6 +113,9 @@ void FrameNumbers::takeSequence(const std::uint8_t* nal, std::size_t size) {
     skipPictureOrder(bits);
     bits.number();  // reference pictures
     sequence.gapsAllowed = bits.bit() != 0;
+    bits.number();  // width
+    bits.number();  // height
+    sequence.framesOnly = bits.bit() != 0;
     sequence.known = bits.fine();
     if (id < sequences_.size() && sequence.known) {
         sequences_[id] = sequence;
@@ -144,10 +147,12 @@ bool FrameNumbers::checkSlice(const std::uint8_t* nal, std::size_t size) {
         bits.bits(2);
     }
     const std::uint32_t number = bits.bits(sequence.numberBits);
+    const bool field = !sequence.framesOnly && bits.bit() != 0;
     const std::uint32_t next = (last_ + 1) % (1U << sequence.numberBits);
     const bool startsAnew = (nal[0] & 0x1f) == 5;
-    const bool gap =
-        known_ && !startsAnew && !sequence.gapsAllowed && number != last_ && number != next;
+    // Only a frame's second field has the number of what came before it.
+    const bool follows = number == next || (field && number == last_);
+    const bool gap = known_ && !startsAnew && !sequence.gapsAllowed && !follows;
     const bool referredTo = (nal[0] & 0x60) != 0;
     if (referredTo) {
         known_ = true;

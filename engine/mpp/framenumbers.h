@@ -22,6 +22,7 @@ class FrameNumbers {
         bool known = false;
         bool separatePlanes = false;
         bool gapsAllowed = false;
+        bool framesOnly = false;  // no picture is a single field
         int numberBits = 0;
     };
 

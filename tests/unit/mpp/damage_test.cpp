@@ -61,6 +61,30 @@ TEST(AvcDamage, LostPicturesAreToldUntilTheNextKeyFrame) {
     }
 }
 
+// One less than a group: the next picture has the number of the last one that came.
+TEST(AvcDamage, ANumberThatComesTwiceIsALossToo) {
+    coded::Avc how = usual();
+    how.frames = 32;
+    const std::vector<Bytes> units = coded::encode(how);
+    const std::vector<coded::Picture> expected = coded::decodeAvc(units);
+    const std::size_t group = static_cast<std::size_t>(how.keyDistance);
+    for (std::size_t first = 2; first < group; ++first) {
+        SCOPED_TRACE("lost from " + std::to_string(first));
+        std::vector<Bytes> rest = units;
+        std::for_each(rest.begin() + static_cast<std::ptrdiff_t>(first),
+                      rest.begin() + static_cast<std::ptrdiff_t>(first + group - 1),
+                      [](Bytes& unit) { unit.clear(); });
+        std::size_t good = 0;
+        for (const Shown& one : decode(rest)) {
+            if (one.errinfo == 0) {
+                EXPECT_TRUE(exact(one, expected[static_cast<std::size_t>(one.pts)])) << one.pts;
+                ++good;
+            }
+        }
+        EXPECT_EQ(good, first + 2 * group) << "and no others";
+    }
+}
+
 TEST(AvcDamage, PicturesThatNobodyRefersToMayBeMissing) {
     coded::Avc how = usual();
     how.bFrames = 1;
