@@ -18,8 +18,21 @@ namespace {
 using Ready = std::function<void(const std::shared_ptr<const FrameLoop>&)>;
 
 // More than can be under way between camera and screen (a queue of 100, a ring of 36, what a
-// decoder holds), so that a place in the loop says which delivery it was.
-constexpr unsigned shortestMarkedLoop = 192;
+// decoder holds), so that a place in the loop says which delivery it was. A program that gets
+// little of a busy machine drops most frames in front of its queue, and what it shows may be
+// hundreds of frames old: longer where that takes a fraction of a second to encode.
+constexpr std::uint32_t shortestMarkedLoop = 192;
+constexpr std::uint32_t longestMarkedLoop = 1024;
+constexpr std::uint64_t markedPixels = 160000000;
+
+std::uint32_t markedLoopLength(const FrameLoopWish& wish) {
+    const std::uint64_t pixels =
+        std::max<std::uint64_t>(std::uint64_t(wish.width) * wish.height, 1);
+    const auto frames = std::uint32_t(
+        std::clamp<std::uint64_t>(markedPixels / pixels, shortestMarkedLoop, longestMarkedLoop));
+    const std::uint32_t distance = std::max(wish.encoding.keyFrameDistance, 1u);
+    return (frames + distance - 1) / distance * distance;  // whole groups
+}
 
 class RawLoop : public FrameLoop {
   public:
@@ -55,8 +68,7 @@ std::uint32_t thereAndBack(std::uint32_t index, std::size_t count) {
 
 void encodeH264(const FrameLoopWish& wish, const std::function<bool()>& goOn, const Ready& ready) {
     PictureLoop pictures = rawPictures(wish, V4L2_PIX_FMT_YUV420);
-    const unsigned distance = wish.encoding.keyFrameDistance;
-    const std::uint32_t length = (shortestMarkedLoop + distance - 1) / distance * distance;
+    const std::uint32_t length = markedLoopLength(wish);
     const auto loop = std::make_shared<PacketLoop>(length, wish.encoding.parameterSetsEvery, true);
     H264Encoder encoder(wish.width, wish.height, wish.encoding,
                         [&loop](MediaPacket packet) { loop->add(std::move(packet)); });

@@ -4,6 +4,11 @@
 // middle.
 //
 //   24 bits frame number | 32 bits board time in 100 us | 8 bits check sum
+//   24 bits place in a loop | 40 bits that follow from it
+//
+// The second kind stands in pictures that are coded out of the one before them. Where frames are
+// lost a decoder may take another one without noticing, and the mark becomes a mixture of several:
+// no mixture of them is a mark.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +23,7 @@ struct Stamp {
 
 constexpr unsigned stampColumns = 16;
 constexpr unsigned stampRows = 4;
+constexpr std::uint32_t stampFrameMask = (1u << 24) - 1;
 
 // The time of a mark that was drawn before its stream began; its number is then the picture's place
 // in a loop, and whoever sends the loop knows when that was.

@@ -1,7 +1,9 @@
 // The payloads of compressed formats, judged by FFmpeg's decoders.
 
 #include "board/media/frameloop.h"
+#include "board/media/h264encoder.h"
 #include "board/media/mediapackets.h"
+#include "board/media/packetloop.h"
 #include "board/media/recording.h"
 #include "tests/support/reference.h"
 
@@ -34,10 +36,11 @@ FrameLoopWish wishFor(std::uint32_t fourcc, std::uint32_t width, std::uint32_t h
     return wish;
 }
 
-std::shared_ptr<const FrameLoop> make(const FrameLoopWish& wish) {
+// At most the first frames of a long loop.
+std::shared_ptr<const FrameLoop> make(const FrameLoopWish& wish, unsigned frames = 600) {
     std::shared_ptr<const FrameLoop> made;
     board::makeFrameLoop(
-        wish, [] { return true; }, [&made](const auto& loop) { made = loop; });
+        wish, [&frames] { return frames-- > 0; }, [&made](const auto& loop) { made = loop; });
     return made;
 }
 
@@ -155,14 +158,24 @@ TEST(H264Frames, KeyFramesAndParameterSetsComeAsSet) {
 
 class H264Frames : public testing::TestWithParam<unsigned> {};
 
-// Three rounds of the loop without a fault for the decoder, each picture in its place.
+// Three rounds of a loop without a fault for the decoder, each picture in its place.
 TEST_P(H264Frames, MarksAreThePlacesInTheLoop) {
-    FrameLoopWish wish = wishFor(V4L2_PIX_FMT_H264, 320, 240);
-    wish.encoding.bFrames = GetParam();
-    wish.encoding.parameterSetsEvery = 0;
-    wish.recording = board::defaultRecording();
-    const auto loop = make(wish);
-    const std::uint32_t length = 210;
+    const std::uint32_t length = 60;
+    Encoding encoding;
+    encoding.bitRate = 2000000;
+    encoding.bFrames = GetParam();
+    board::PacketLoop loop(length, 0, true);
+    const auto raw =
+        board::loadPictures(board::defaultRecording(), V4L2_PIX_FMT_YUV420, 320, 240, length);
+    board::H264Encoder encoder(320, 240, encoding,
+                               [&loop](board::MediaPacket packet) { loop.add(std::move(packet)); });
+    Bytes drawn(raw.pictureBytes);
+    for (std::uint32_t place = 0; place < length; ++place) {
+        board::composeStamped(raw, place % raw.pictures.size(), {place, board::stampInLoop},
+                              drawn.data());
+        encoder.encode(drawn.data());
+    }
+    encoder.finish();
     std::uint32_t next = 0, reordered = 0;
     ReferenceDecoder decoder(V4L2_PIX_FMT_H264, [&](const Picture& picture) {
         const auto stamp = stampOf(picture);
@@ -172,12 +185,12 @@ TEST_P(H264Frames, MarksAreThePlacesInTheLoop) {
         ++next;
     });
     for (std::uint32_t index = 0; index < 3 * length; ++index) {
-        ASSERT_TRUE(loop->has(index));
-        const auto place = loop->place(index);
+        ASSERT_TRUE(loop.has(index));
+        const auto place = loop.place(index);
         ASSERT_TRUE(place.has_value());
         EXPECT_EQ(place->mark, std::uint32_t(std::int64_t(index) + place->ahead) % length);
         reordered += place->ahead != 0 ? 1 : 0;
-        ASSERT_TRUE(decoder.decode(payload(*loop, index))) << "payload " << index;
+        ASSERT_TRUE(decoder.decode(payload(loop, index))) << "payload " << index;
     }
     decoder.finish();
     EXPECT_EQ(next, 3 * length);
@@ -185,6 +198,20 @@ TEST_P(H264Frames, MarksAreThePlacesInTheLoop) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BFrames, H264Frames, testing::Values(0, 2));
+
+// Else a picture that comes late is taken for its place's next delivery.
+TEST(H264Frames, ALoopIsAsLongAsItsSizeAllows) {
+    for (const auto& [width, height, frames] :
+         std::vector<std::tuple<unsigned, unsigned, std::uint32_t>>{{320, 240, 1040},
+                                                                    {1280, 720, 200}}) {
+        FrameLoopWish wish = wishFor(V4L2_PIX_FMT_H264, width, height);
+        wish.encoding.keyFrameDistance = 20;
+        const auto loop = make(wish, 80);
+        EXPECT_TRUE(loop->has(79)) << width;
+        EXPECT_FALSE(loop->has(frames - 1)) << width;
+        EXPECT_TRUE(loop->has(frames)) << width << ": the second round";
+    }
+}
 
 TEST(H264Frames, SameWishGivesTheSameBytes) {
     const FrameLoopWish wish = wishFor(V4L2_PIX_FMT_H264, 160, 120);
@@ -201,7 +228,7 @@ TEST(H264Frames, AreThereBeforeAllOfThemAreMade) {
         wishFor(V4L2_PIX_FMT_H264, 160, 120),
         [&] {
             before += ready ? 0 : 1;
-            return true;
+            return !ready;
         },
         [&](const auto& loop) {
             ready = true;

@@ -6,6 +6,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <algorithm>
 #include <ostream>
 #include <random>
 #include <vector>
@@ -93,6 +94,36 @@ TEST(Stamp, OneCellTurnedIsRejected) {
                 for (std::uint32_t x = column * cell; x < (column + 1) * cell; ++x)
                     luma[y * width + x] = std::uint8_t(251 - luma[y * width + x]);
             EXPECT_FALSE(readStamp(luma.data(), 1, width, width, height)) << row << "," << column;
+        }
+    }
+}
+
+// Where a frame was lost, a decoder adds the change that leads from one picture to the next to
+// another picture.
+TEST(Stamp, NoMixtureOfMarksInALoopIsAMark) {
+    const std::uint32_t width = 64, height = 4;  // cells of one pixel
+    std::vector<std::vector<std::uint8_t>> marks;
+    for (std::uint32_t place = 0; place < 600; ++place) {
+        marks.emplace_back(width * height);
+        board::drawStampLuma(marks.back().data(), 1, width, width, {place, board::stampInLoop});
+        const auto read = readStamp(marks.back().data(), 1, width, width, height);
+        ASSERT_TRUE(read);
+        ASSERT_EQ(read->frame, place);
+        ASSERT_EQ(read->time_100us, board::stampInLoop);
+    }
+    std::vector<std::uint8_t> mixed(width * height);
+    for (std::uint32_t other = 0; other < marks.size(); ++other) {
+        for (std::uint32_t place = 1; place < marks.size(); place += 5) {
+            if (place == other || place - 1 == other)
+                continue;
+            for (std::size_t i = 0; i < mixed.size(); ++i)
+                mixed[i] = std::uint8_t(
+                    std::clamp(marks[other][i] + marks[place][i] - marks[place - 1][i], 0, 255));
+            const auto read = readStamp(mixed.data(), 1, width, width, height);
+            // One with a time of its own is not the stream's, as the board knows; one that no
+            // change could touch stands for the picture that was shown already.
+            ASSERT_FALSE(read && read->time_100us == board::stampInLoop && read->frame != other)
+                << read->frame << " out of " << other << " and the change to " << place;
         }
     }
 }
