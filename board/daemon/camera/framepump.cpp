@@ -131,6 +131,7 @@ void FramePump::changeLoop() {
     wish_ = changeWish_;
     changeWish_ = {};
     first_ = state_->frameNumber;
+    state_->numbers.changeLoop(first_);
 }
 
 void FramePump::frameDue() {
