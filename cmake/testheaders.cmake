@@ -8,7 +8,7 @@ function(precompile_test_headers folder)
         list(FILTER sources INCLUDE REGEX "^${PROJECT_SOURCE_DIR}/(control|engine|board)/")
         if(sources)
             set_source_files_properties(${sources} TARGET_DIRECTORY ${target}
-                PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+                PROPERTIES SKIP_PRECOMPILE_HEADERS ON SKIP_UNITY_BUILD_INCLUSION ON)
         endif()
         get_target_property(libraries ${target} LINK_LIBRARIES)
         get_target_property(options ${target} COMPILE_OPTIONS)

@@ -1,4 +1,5 @@
 #include "tests/support/lines.h"
+#include "tests/support/pattern.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <regex>
 
 namespace support {
 
@@ -120,9 +120,8 @@ std::optional<std::size_t> Lines::waitForExactly(const std::string& line, Millis
 
 std::optional<std::size_t> Lines::waitForMatch(const std::string& regex, Milliseconds patience,
                                                std::size_t first) const {
-    const std::regex form(regex);
-    return waitFor([&form](const std::string& seen) { return std::regex_search(seen, form); },
-                   patience, first);
+    const Pattern form(regex);
+    return waitFor([&form](const std::string& seen) { return form.isIn(seen); }, patience, first);
 }
 
 std::size_t Lines::count(const std::string& line, std::size_t first) const {

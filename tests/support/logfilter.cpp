@@ -1,9 +1,10 @@
 #include "tests/support/logfilter.h"
 
+#include "tests/support/pattern.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
-#include <regex>
 #include <utility>
 
 namespace support {
@@ -77,29 +78,29 @@ const char* const repetitions[] = {
     R"(Error snd_pcm_writei: .*)",
 };
 
-bool matchesAny(const std::string& line, const std::vector<std::regex>& forms) {
+bool matchesAny(const std::string& line, const std::vector<Pattern>& forms) {
     return std::any_of(forms.begin(), forms.end(),
-                       [&](const std::regex& form) { return std::regex_match(line, form); });
+                       [&](const Pattern& form) { return form.matchesWhole(line); });
 }
 
 }  // namespace
 
 bool comesByChance(const std::string& line) {
-    static const std::vector<std::regex> forms(std::begin(chances), std::end(chances));
+    static const std::vector<Pattern> forms(std::begin(chances), std::end(chances));
     return matchesAny(line, forms);
 }
 
 std::string steadyForm(const std::string& line) {
     std::string text = printable(line);
     for (const Replacement& replacement : replacements) {
-        text = std::regex_replace(text, std::regex(replacement.form), replacement.steady);
+        text = Pattern(replacement.form).replaceAll(text, replacement.steady);
     }
     return text;
 }
 
 std::vector<std::string> steadyLines(const std::vector<std::string>& log) {
-    static const std::vector<std::regex> wandering(std::begin(wanderers), std::end(wanderers));
-    static const std::vector<std::regex> repeated(std::begin(repetitions), std::end(repetitions));
+    static const std::vector<Pattern> wandering(std::begin(wanderers), std::end(wanderers));
+    static const std::vector<Pattern> repeated(std::begin(repetitions), std::end(repetitions));
     std::vector<std::string> lines, placedByChance;
     for (const std::string& line : log) {
         if (comesByChance(line)) {

@@ -3,6 +3,7 @@
 
 #include "control/task/fourcc.h"
 #include "tests/support/application.h"
+#include "tests/support/pattern.h"
 #include "tests/unit/capture/selectionoracle.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +13,6 @@
 #include <filesystem>
 #include <map>
 #include <ostream>
-#include <regex>
 
 namespace {
 
@@ -40,23 +40,20 @@ std::optional<oracle::Choice> chosenBy(Application& application) {
     static const std::map<std::string, std::uint32_t> formats = {{"   Mjpeg   ", fourccOf("MJPG")},
                                                                  {"   Yuyv    ", fourccOf("YUYV")},
                                                                  {"   H264    ", fourccOf("H264")}};
-    static const std::regex camera(
+    static const support::Pattern camera(
         R"(^###!!!---\*\*\*  select fmt \(([a-z ]+)\) \*\*\*---!!!### :(.{11})(\d+)x(\d+)@(\d+)$)");
-    static const std::regex display(
+    static const support::Pattern display(
         R"(^###!!!---\*\*\*  select edid \(([a-z ]+)\) \*\*\*---!!!### :(\d+)x(\d+)@(\d+)$)");
     oracle::Choice choice;
-    std::smatch match;
     for (const std::string& line : application.out().all()) {
-        if (std::regex_match(line, match, camera)) {
-            choice.kind = match.str(1);
-            choice.camera = {formats.at(match.str(2)), unsigned(std::stoul(match.str(3))),
-                             unsigned(std::stoul(match.str(4))),
-                             unsigned(std::stoul(match.str(5)))};
-        } else if (std::regex_match(line, match, display)) {
-            EXPECT_EQ(match.str(1), choice.kind);
-            choice.display = {0, unsigned(std::stoul(match.str(2))),
-                              unsigned(std::stoul(match.str(3))),
-                              unsigned(std::stoul(match.str(4)))};
+        if (const auto match = camera.search(line); !match.empty()) {
+            choice.kind = match[1];
+            choice.camera = {formats.at(match[2]), unsigned(std::stoul(match[3])),
+                             unsigned(std::stoul(match[4])), unsigned(std::stoul(match[5]))};
+        } else if (const auto match = display.search(line); !match.empty()) {
+            EXPECT_EQ(match[1], choice.kind);
+            choice.display = {0, unsigned(std::stoul(match[2])), unsigned(std::stoul(match[3])),
+                              unsigned(std::stoul(match[4]))};
         }
     }
     return choice.kind.empty() ? std::nullopt : std::optional<oracle::Choice>(choice);

@@ -4,11 +4,11 @@
 
 #include <linux/videodev2.h>
 
-#include <regex>
 #include <sstream>
 
 #include "board/daemon/scenario.h"
 #include "tests/support/client.h"
+#include "tests/support/pattern.h"
 
 namespace {
 
@@ -22,22 +22,21 @@ struct Listed {
 };
 
 std::map<std::uint32_t, Listed> listControls(const Board& board) {
-    static const std::regex line(R"(^\s*(\w+) 0x([0-9a-f]{8}) \(\w+\)\s*: (.*)$)");
-    static const std::regex field(R"((min|max|step|default|value)=(-?\d+))");
+    static const support::Pattern line(R"(^\s*(\w+) 0x([0-9a-f]{8}) \(\w+\)\s*: (.*)$)");
+    static const support::Pattern field(R"((min|max|step|default|value)=(-?\d+))");
     std::map<std::uint32_t, Listed> controls;
     const ClientResult list = runClient(board, {"v4l2-ctl", "-d", "/dev/video0", "-L"});
     EXPECT_EQ(list.exitCode, 0) << list.err;
     std::istringstream lines(list.out);
-    std::smatch match;
     for (std::string text; std::getline(lines, text);) {
-        if (!std::regex_match(text, match, line)) {
+        const std::vector<std::string> match = line.search(text);
+        if (match.empty()) {
             continue;
         }
-        Listed& control = controls[std::uint32_t(std::stoul(match.str(2), nullptr, 16))];
-        control.name = match.str(1);
-        const std::string fields = match.str(3);
-        for (std::sregex_iterator at(fields.begin(), fields.end(), field), end; at != end; ++at) {
-            control.fields[at->str(1)] = std::stoll(at->str(2));
+        Listed& control = controls[std::uint32_t(std::stoul(match[2], nullptr, 16))];
+        control.name = match[1];
+        for (const auto& named : field.searchAll(match[3])) {
+            control.fields[named[1]] = std::stoll(named[2]);
         }
     }
     return controls;

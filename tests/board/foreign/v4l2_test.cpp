@@ -8,12 +8,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <regex>
 #include <set>
 #include <sstream>
 
 #include "board/daemon/scenario.h"
 #include "tests/support/client.h"
+#include "tests/support/pattern.h"
 
 namespace {
 
@@ -77,19 +77,19 @@ std::vector<std::string> describedModes(const board::CameraDescription& camera) 
 }
 
 std::vector<std::string> listedModes(const std::string& output) {
-    static const std::regex format(R"(^\s*\[\d+\]: '(....)')");
-    static const std::regex size(R"(^\s*Size: Discrete (\d+x\d+)$)");
-    static const std::regex rate(R"(^\s*Interval: Discrete .* \(([\d.]+) fps\)$)");
+    static const std::pair<const char*, support::Pattern> kinds[] = {
+        {"format", support::Pattern(R"(^\s*\[\d+\]: '(....)')")},
+        {"size", support::Pattern(R"(^\s*Size: Discrete (\d+x\d+)$)")},
+        {"rate", support::Pattern(R"(^\s*Interval: Discrete .* \(([\d.]+) fps\)$)")},
+    };
     std::vector<std::string> modes;
     std::istringstream lines(output);
-    std::smatch match;
     for (std::string line; std::getline(lines, line);) {
-        if (std::regex_search(line, match, format)) {
-            modes.push_back("format " + match.str(1));
-        } else if (std::regex_search(line, match, size)) {
-            modes.push_back("size " + match.str(1));
-        } else if (std::regex_search(line, match, rate)) {
-            modes.push_back("rate " + match.str(1));
+        for (const auto& [kind, pattern] : kinds) {
+            const std::vector<std::string> match = pattern.search(line);
+            if (!match.empty()) {
+                modes.push_back(kind + (" " + match[1]));
+            }
         }
     }
     return modes;
@@ -130,13 +130,13 @@ std::set<std::string> impliedFailures(const board::CameraDescription& camera) {
 }
 
 std::set<std::string> failuresIn(const std::string& output) {
-    static const std::regex failed(R"(^\s*test (.*): FAIL$)");
+    static const support::Pattern failed(R"(^\s*test (.*): FAIL$)");
     std::set<std::string> failures;
     std::istringstream lines(output);
-    std::smatch match;
     for (std::string line; std::getline(lines, line);) {
-        if (std::regex_search(line, match, failed)) {
-            failures.insert(match.str(1));
+        const std::vector<std::string> match = failed.search(line);
+        if (!match.empty()) {
+            failures.insert(match[1]);
         }
     }
     return failures;
@@ -186,8 +186,7 @@ TEST(Compliance, StreamingPassesWithoutFailure) {
                 << line;
         }
     }
-    EXPECT_TRUE(std::regex_search(result.out, std::regex("test MMAP \\(no poll\\): OK")))
-        << result.out;
+    EXPECT_TRUE(support::Pattern("test MMAP \\(no poll\\): OK").isIn(result.out)) << result.out;
     EXPECT_EQ(board.camera().openHandles, 0u);
 }
 
