@@ -3,6 +3,7 @@
 #include "board/daemon/jsonfields.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace board::console {
 
@@ -13,7 +14,7 @@ constexpr std::size_t mostFlips = 1000;  // in a second; no display is that fast
 
 // The value that `share` of the sorted values do not exceed.
 double quantile(const std::vector<double>& sorted, double share) {
-    return sorted.empty() ? 0 : sorted[std::size_t(double(sorted.size() - 1) * share + 0.5)];
+    return sorted.empty() ? 0 : sorted[std::size_t(std::lround(double(sorted.size() - 1) * share))];
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 
 namespace board::console {
@@ -72,7 +73,7 @@ PictureSize fitInto(PictureSize source, PictureSize most) {
     const double scale =
         std::min({1.0, double(most.width) / source.width, double(most.height) / source.height});
     const auto even = [scale](std::uint32_t size) {
-        return std::max(2u, std::uint32_t(size * scale + 0.5) & ~1u);
+        return std::max(2u, std::uint32_t(std::lround(size * scale)) & ~1u);
     };
     return {even(source.width), even(source.height)};
 }

@@ -34,7 +34,8 @@ void SoundMeter::dropOld(Clock::time_point now) {
 void SoundMeter::take(const std::vector<std::int16_t>& stereo, Clock::time_point now) {
     Piece piece;
     piece.came = now;
-    piece.frames = double(stereo.size() / 2);
+    const std::size_t frames = stereo.size() / 2;
+    piece.frames = double(frames);
     for (std::size_t i = 0; i < stereo.size(); ++i) {
         const double sample = stereo[i] / 32768.0;
         piece.squares[i % 2] += sample * sample;
