@@ -135,7 +135,10 @@ int ObsBot::save_view_data() {
     }
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    document.Accept(writer);
+    if (!document.Accept(writer)) {
+        return -1;  // a number that is read as infinite cannot be written: the text breaks off
+                    // there
+    }
     writePresetFile({buffer.GetString(), buffer.GetSize()});
     return 0;
 }

@@ -170,6 +170,13 @@ TEST_F(Presets, WhatIsNoObjectIsLeftAlone) {
     }
 }
 
+// Read as infinite, which no JSON can say: half of the file would be lost.
+TEST_F(Presets, ANumberThatCannotBeWrittenAgainLeavesTheFileAlone) {
+    expectLeftAlone(R"({"other":-21433333333333E300,"uvc0_view1":{}})");
+    EXPECT_EQ(savedOver(R"({"other":-21433333333333E200})"),
+              R"({"other":-2.1433333333333e213,"uvc0_view1":)" + now + "}");
+}
+
 TEST_F(Presets, ReadingStopsAtAZero) {
     EXPECT_EQ(savedOver(std::string("{\n}\0", 4)), "{\"uvc0_view1\":" + now + "}");
     EXPECT_EQ(savedOver(std::string("{}\0{\"a\":1}", 10)), "{\"uvc0_view1\":" + now + "}");
