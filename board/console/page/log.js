@@ -71,7 +71,7 @@ class Log {
   /** @param {{stream: string, text: string, kind: string, entry: number | null}} line */
   makeLine({ stream, text, kind, entry }) {
     const name = kind || 'other';
-    const tag = make('span', { class: 'tag' }, stream === 'err' ? `${name}!` : name);
+    const tag = make('span', { class: 'tag' }, stream === 'err' && name !== 'library' ? `${name}!` : name);
     const attributes = { 'data-kind': name, 'data-stream': stream, tabindex: -1 };
     const node = make('li', attributes, tag, make('span', { class: 'text' }, text));
     if (entry !== null) node.dataset.entry = String(entry);
