@@ -256,7 +256,7 @@ TEST_F(MjpegDecoder, WithoutMemoryForALargeFrameOnlyThatOneIsDropped) {
             decoder->receive_handler(compressedFrame(2.0, 80), 0);
             EXPECT_TRUE(comesOnScreen(1));
             EXPECT_EQ(takeShown(*screen).pts, 2.0);
-            destroy();  // the other worker has had its say then
+            decoder.reset();  // the other worker has had its say then
         });
         EXPECT_EQ(printed.err,
                   "P frame of 1000001 bytes dropped: no packet buffer of that size ret -4\n");
