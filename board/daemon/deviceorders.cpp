@@ -294,7 +294,8 @@ JsonFields displayFigures(const Display& display) {
     JsonFields fields;
     fields.add("mode", figures.mode).add("flips", figures.flips).add("shown", figures.shown);
     fields.add("repeated", figures.repeated).add("skipped", figures.skipped);
-    fields.add("outOfOrder", figures.outOfOrder).add("lastFrame", figures.lastFrame);
+    fields.add("outOfOrder", figures.outOfOrder).add("overwritten", figures.overwritten);
+    fields.add("lastFrame", figures.lastFrame);
     fields.add("latencyMedian_ms", figures.latencyMedian_ms);
     fields.add("latencyP95_ms", figures.latencyP95_ms);
     fields.add("latencyP99_ms", figures.latencyP99_ms);

@@ -16,11 +16,12 @@
 namespace board {
 
 struct DisplayFigures {
-    std::uint64_t flips = 0;       // completed page flips
-    std::uint64_t shown = 0;       // flips to a picture with a readable stamp
-    std::uint64_t repeated = 0;    // flips to the same frame number again
-    std::uint64_t skipped = 0;     // frame numbers left out between two shown frames
-    std::uint64_t outOfOrder = 0;  // flips to a smaller frame number than the one before
+    std::uint64_t flips = 0;        // completed page flips
+    std::uint64_t shown = 0;        // flips to a picture with a readable stamp
+    std::uint64_t repeated = 0;     // flips to the same frame number again
+    std::uint64_t skipped = 0;      // frame numbers left out between two shown frames
+    std::uint64_t outOfOrder = 0;   // flips to a smaller frame number than the one before
+    std::uint64_t overwritten = 0;  // flips whose picture was drawn over before it came on screen
     std::uint32_t lastFrame = 0;
     double latencyMedian_ms = 0, latencyP95_ms = 0, latencyP99_ms = 0;  // camera frame to flip
     std::string mode;  // "1920x1080@60", empty when no CRTC is set

@@ -19,6 +19,10 @@ namespace board {
 struct Stamp {
     std::uint32_t frame = 0;       // modulo 2^24
     std::uint32_t time_100us = 0;  // CLOCK_MONOTONIC of the board, modulo 2^32
+
+    bool operator==(const Stamp& other) const {
+        return frame == other.frame && time_100us == other.time_100us;
+    }
 };
 
 constexpr unsigned stampColumns = 16;

@@ -266,6 +266,7 @@ DisplayFigures Board::display() {
     figures.repeated = count(display, "repeated");
     figures.skipped = count(display, "skipped");
     figures.outOfOrder = count(display, "outOfOrder");
+    figures.overwritten = count(display, "overwritten");
     figures.lastFrame = std::uint32_t(count(display, "lastFrame"));
     figures.latencyMedian_ms = number(display, "latencyMedian_ms");
     figures.latencyP95_ms = number(display, "latencyP95_ms");

@@ -22,6 +22,7 @@ struct CameraFigures {
 
 struct DisplayFigures {
     std::uint64_t flips = 0, shown = 0, repeated = 0, skipped = 0, outOfOrder = 0;
+    std::uint64_t overwritten = 0;
     std::uint32_t lastFrame = 0;
     double latencyMedian_ms = 0, latencyP95_ms = 0, latencyP99_ms = 0;
     std::string mode;  // empty when no CRTC is set

@@ -42,6 +42,7 @@ void Crtc::set(const drm_mode_modeinfo& mode, FramebufferRef framebuffer, std::u
     }
     mode_ = mode;
     framebuffer_ = std::move(framebuffer);
+    askedMark_.reset();
     x_ = x;
     y_ = y;
     arm();
@@ -57,6 +58,7 @@ void Crtc::off() {
     endWaiting(count);
     countAtStart_ = count;
     framebuffer_ = nullptr;
+    askedMark_.reset();
     arm();
     listener_(now, false);
 }
@@ -70,7 +72,8 @@ void Crtc::setAsleep(bool asleep) {
 }
 
 void Crtc::flip(FramebufferRef framebuffer, const EventTarget& target) {
-    pending_ = Flip{std::move(framebuffer), target, vblankCount() + 1};
+    const std::optional<Stamp> mark = readStamp(viewOf(*framebuffer));
+    pending_ = Flip{std::move(framebuffer), target, vblankCount() + 1, mark};
     arm();
 }
 
@@ -115,6 +118,7 @@ void Crtc::finishPending(std::uint64_t count, std::int64_t board_ns) {
     const Flip done = std::move(*pending_);
     pending_.reset();
     framebuffer_ = done.framebuffer;
+    askedMark_ = done.mark;
     // The event first: whoever looks at the picture has until the client's next flip completes.
     if (eventsToLose_ > 0)
         --eventsToLose_;
@@ -172,15 +176,16 @@ void Crtc::arm() {
 }
 
 ScreenView Crtc::screen() const {
+    return on() ? viewOf(*framebuffer_) : ScreenView();
+}
+
+ScreenView Crtc::viewOf(const Framebuffer& source) const {
     ScreenView view;
-    if (!on())
-        return view;
-    view.format = framebuffer_->format;
+    view.format = source.format;
     view.width = mode_.hdisplay;
     view.height = mode_.vdisplay;
-    if (asleep_ || framebuffer_->buffers[0] == nullptr)
+    if (asleep_ || source.buffers[0] == nullptr)
         return view;
-    const Framebuffer& source = *framebuffer_;
     const bool nv12 = source.format == DRM_FORMAT_NV12;
     // Chroma has no half samples: an odd position starts one pixel earlier.
     const std::size_t x = nv12 ? x_ & ~1u : x_;

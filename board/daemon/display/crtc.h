@@ -60,18 +60,23 @@ class Crtc {
     void notifyAt(std::uint64_t count, const EventTarget& target);
 
     ScreenView screen() const;  // format 0 while off
+    // The mark that the picture on screen carried when its flip was asked for; nothing when it had
+    // none or came in another way.
+    const std::optional<Stamp>& askedMark() const { return askedMark_; }
 
   private:
     struct Flip {
         FramebufferRef framebuffer;
         EventTarget target;
         std::uint64_t due;  // vertical blank
+        std::optional<Stamp> mark;
     };
     struct Waiter {
         std::uint64_t due;
         EventTarget target;
     };
 
+    ScreenView viewOf(const Framebuffer& source) const;
     void send(std::uint32_t type, const EventTarget& target, std::uint64_t count,
               std::int64_t board_ns) const;
     void finishPending(std::uint64_t count, std::int64_t board_ns);
@@ -85,6 +90,7 @@ class Crtc {
     Listener listener_;
     drm_mode_modeinfo mode_{};
     FramebufferRef framebuffer_;
+    std::optional<Stamp> askedMark_;
     std::uint32_t x_ = 0, y_ = 0;
     bool asleep_ = false, held_ = false;
     unsigned eventsToLose_ = 0;

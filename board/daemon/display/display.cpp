@@ -92,6 +92,8 @@ class Display::Impl {
 void Display::Impl::pictureChanged(std::int64_t board_ns, bool flip) {
     const ScreenView view = card_.crtc().screen();
     std::optional<Stamp> stamp = readStamp(view);
+    const std::optional<Stamp>& asked = card_.crtc().askedMark();
+    const bool overwritten = asked && !(stamp && *stamp == *asked);
     const std::uint32_t mark = stamp ? stamp->frame : 0;
     if (stamp && lookup_)
         stamp = lookup_(*stamp);
@@ -99,7 +101,7 @@ void Display::Impl::pictureChanged(std::int64_t board_ns, bool flip) {
     FlipStep step;
     if (flip) {
         ++flips_;
-        step = figures_.count(stamp, in100us(board_.clock().now_ns()));
+        step = figures_.count(stamp, in100us(board_.clock().now_ns()), overwritten);
         if (step.isNew && dump_ != nullptr)
             dumpOne(view, *stamp, board_ns);
     }

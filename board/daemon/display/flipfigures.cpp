@@ -17,9 +17,11 @@ double percentile_ms(const std::vector<std::uint32_t>& sorted, unsigned percent)
 
 }  // namespace
 
-FlipStep FlipFigures::count(const std::optional<Stamp>& stamp, std::uint32_t now_100us) {
+FlipStep FlipFigures::count(const std::optional<Stamp>& stamp, std::uint32_t now_100us,
+                            bool overwritten) {
     FlipStep result;
     ++counts_.flips;
+    counts_.overwritten += overwritten ? 1 : 0;
     if (!stamp)
         return result;
     ++counts_.shown;

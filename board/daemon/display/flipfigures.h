@@ -19,8 +19,10 @@ struct FlipStep {
 
 class FlipFigures {
   public:
-    // One completed flip; `now_100us` is board time modulo 2^32.
-    FlipStep count(const std::optional<Stamp>& stamp, std::uint32_t now_100us);
+    // One completed flip; `now_100us` is board time modulo 2^32; `overwritten`: the mark is not the
+    // one that the picture carried when the flip was asked for.
+    FlipStep count(const std::optional<Stamp>& stamp, std::uint32_t now_100us,
+                   bool overwritten = false);
     // Percentiles are of the last `window` new pictures.
     DisplayFigures figures() const;
     void reset();

@@ -36,6 +36,16 @@ TEST(FlipFigures, tellsNewRepeatedSkippedAndLatePictures) {
     EXPECT_EQ(result.lastFrame, 14u);
 }
 
+TEST(FlipFigures, picturesDrawnOverAreCounted) {
+    FlipFigures figures;
+    figures.count(mark(10), 0);
+    figures.count(mark(46), 0, true);
+    figures.count(mark(12), 0);
+    figures.count(std::nullopt, 0, true);
+    EXPECT_EQ(figures.figures().overwritten, 2u);
+    EXPECT_EQ(figures.figures().outOfOrder, 1u);
+}
+
 TEST(FlipFigures, frameNumbersWrap) {
     FlipFigures figures;
     figures.count(mark(0xffffff), 0);

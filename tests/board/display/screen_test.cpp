@@ -179,6 +179,27 @@ TEST_F(Screen, figuresReadTheMarksOfBothFormats) {
     }
 }
 
+TEST_F(Screen, aPictureDrawnOverBeforeItIsShownIsCounted) {
+    Canvas a(client, 656, 480), b(client, 656, 480);
+    show(a);
+    a.stamp(7, 0);
+    flipTo(a);
+    for (const bool blank : {false, true}) {
+        rig.board.run([&] { rig.display->holdFlips(true); });
+        b.stamp(8, 0);
+        ASSERT_EQ(client.flip(b.framebufferId()), 0);
+        b.stamp(44, 0);
+        if (blank)
+            b.fill(16, 128, 128);
+        rig.board.run([&] { rig.display->holdFlips(false); });
+        ASSERT_TRUE(client.event());
+        a.stamp(9, 0);
+        flipTo(a);
+    }
+    EXPECT_EQ(rig.figures().overwritten, 2u);
+    EXPECT_EQ(rig.figures().outOfOrder, 1u);
+}
+
 TEST_F(Screen, unmarkedPicturesCountAsFlipsOnly) {
     Canvas canvas(client, 656, 480);
     canvas.fill(100, 128, 128);
