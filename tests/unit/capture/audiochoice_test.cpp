@@ -295,6 +295,18 @@ TEST(AudioChoice, ReadsTheFirstOfCardsOneAndTwo) {
     sound::reset();
 }
 
+// However it is read, in whatever pieces.
+TEST(AudioChoice, FindsASettingAnywhereInALongText) {
+    const std::string one = setting("2", "S16_LE", "48000");
+    for (const std::size_t border : {4096, 8192}) {
+        for (std::size_t place = border - one.size() - 1; place <= border + 1; ++place) {
+            const Analysed analysed = analyse(std::string(place, 'x') + one + "end\n");
+            ASSERT_EQ(analysed.choice, (Choice{"hw:1,0", 2, 2, 48000})) << "at " << place;
+        }
+    }
+    sound::reset();
+}
+
 // Nothing of the text is trusted: a broken or hostile one ends in a choice or in none, soon.
 TEST(AudioChoice, SurvivesTextsWithoutEnd) {
     std::string text;
