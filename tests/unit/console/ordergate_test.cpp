@@ -86,6 +86,14 @@ TEST(OrderGate, RefusesPathsInEveryField) {
     }
 }
 
+TEST(OrderGate, RefusesTextsThatAreTooLong) {
+    const auto press = [](std::size_t length) {
+        return composed("{\"order\": \"press\", \"key\": \"" + std::string(length, 'W') + "\"}");
+    };
+    EXPECT_NE(press(128), "refused");
+    EXPECT_EQ(press(129), "refused");
+}
+
 TEST(OrderGate, TakesDescriptionsFromTheCatalogueOnly) {
     const auto plug = [](const std::string& name) {
         return "{\"order\": \"plug\", \"device\": \"camera\", \"description\": \"" + name + "\"}";
