@@ -68,8 +68,6 @@ ssize_t GuardedStream::write(const char* bytes, std::size_t size) {
             sent += std::size_t(went);
         else if (errno == EAGAIN ? !waitFor(POLLOUT, deadline) : errno != EINTR)
             return -1;
-        if (sent < size && Clock::now() > deadline)
-            return -1;
     }
     return ssize_t(size);
 }
