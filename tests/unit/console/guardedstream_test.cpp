@@ -51,6 +51,8 @@ TEST_F(GuardedStreamTest, ReadsNoMoreThanARequestMayHave) {
 
 TEST_F(GuardedStreamTest, ADripEndsTheWriteToo) {
     limits_.write = support::scaled(Milliseconds(300));
+    const int small = 8192;  // room for the next piece comes often
+    ASSERT_EQ(::setsockopt(ours(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small), 0);
     std::atomic<bool> end{false};
     std::thread drip([&] {
         char piece[512];
