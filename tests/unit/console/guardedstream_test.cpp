@@ -55,13 +55,13 @@ TEST_F(GuardedStreamTest, ADripEndsTheWriteToo) {
     ASSERT_EQ(::setsockopt(ours(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small), 0);
     std::atomic<bool> end{false};
     std::thread drip([&] {
-        char piece[512];
+        char piece[4096];
         while (!end) {
             ::recv(theirs(), piece, sizeof piece, 0);
             std::this_thread::sleep_for(Milliseconds(10));
         }
     });
-    const std::string answer(1 << 20, 'a');  // 20 s of such drips
+    const std::string answer(8 << 20, 'a');  // 20 s of such drips
     const auto began = support::Clock::now();
     GuardedStream stream(ours(), "", limits_);
     EXPECT_EQ(stream.write(answer.data(), answer.size()), -1);
