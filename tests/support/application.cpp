@@ -113,7 +113,7 @@ std::size_t Application::expectLine(const std::string& line, Milliseconds patien
 }
 
 std::size_t Application::expectPlaying(std::size_t from) {
-    return expectLine("statue: STATUE_POOL_OPENDEVICE ==> STATUE_POOL_PLAY", Milliseconds(10000),
+    return expectLine("statue: STATUE_POOL_OPENDEVICE ==> STATUE_POOL_PLAY", Milliseconds(30000),
                       from);
 }
 
