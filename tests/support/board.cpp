@@ -302,6 +302,11 @@ bool Board::waitForCamera(const std::function<bool(const CameraFigures&)>& wante
     return askUntil(patience, [&] { return wanted(camera()); });
 }
 
+bool Board::waitForPtz(const std::function<bool(const PtzFigures&)>& wanted,
+                       Milliseconds patience) {
+    return askUntil(patience, [&] { return wanted(ptz()); });
+}
+
 bool Board::waitForSound(const std::string& device,
                          const std::function<bool(const SoundFigures&)>& wanted,
                          Milliseconds patience) {

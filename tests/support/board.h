@@ -138,6 +138,7 @@ class Board {
                         Milliseconds patience);
     bool waitForCamera(const std::function<bool(const CameraFigures&)>& wanted,
                        Milliseconds patience);
+    bool waitForPtz(const std::function<bool(const PtzFigures&)>& wanted, Milliseconds patience);
 
   private:
     void connect();
