@@ -159,7 +159,7 @@ class DisplayDrm {
 
     bool flipPending = false;  // a queued flip has not completed; display task only
     bool flipRefused = false;  // the last flip was refused, and the log says so
-    std::chrono::steady_clock::time_point flipQueuedAt;  // or asked about; display task only
+    std::chrono::steady_clock::time_point flipDue;  // its event must have come; display task only
     std::atomic<bool> closing{false};
     std::mutex probeLock;
     std::chrono::steady_clock::time_point lastProbe;

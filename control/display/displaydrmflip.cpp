@@ -12,26 +12,31 @@ namespace {
 constexpr int eventSlice_ms = 50;
 constexpr std::chrono::milliseconds errorPause{10};
 // A flip takes 42 ms in the slowest mode; after this long its event may be lost.
-constexpr std::chrono::seconds flipPatience{1};
+constexpr std::chrono::milliseconds flipPatience{1000};
+constexpr std::chrono::milliseconds busyPatience{100};
 // Frames closer than this to the last shown one are skipped, in ms.
 constexpr double shortestDistance = 10.0;
 
 }  // namespace
 
 bool DisplayDrm::queueFlip(std::uint32_t framebuffer) {
-    flipPending =
+    const bool queued =
         drmModePageFlip(drmFd.get(), crtcId, framebuffer, DRM_MODE_PAGE_FLIP_EVENT, &crtcId) == 0;
-    if (!flipPending && !flipRefused) {
+    const bool busy = !queued && errno == EBUSY;
+    if (!queued && !flipRefused) {
         reportDrmFailure("queue a page flip, which is tried again");
     }
-    flipRefused = !flipPending;
-    flipQueuedAt = std::chrono::steady_clock::now();
-    return flipPending;
+    flipRefused = !queued;
+    // One that was given up is still on its way: its event goes on with the cycle. Another one to
+    // the blank buffer would come between all frames from then on.
+    flipPending = queued || busy;
+    flipDue = std::chrono::steady_clock::now() + (busy ? busyPatience : flipPatience);
+    return queued;
 }
 
 // A card refuses a second flip while one is on its way: one that takes it has lost the event.
 void DisplayDrm::recoverLostFlip() {
-    flipQueuedAt = std::chrono::steady_clock::now();
+    flipDue = std::chrono::steady_clock::now() + flipPatience;
     if (drmModePageFlip(drmFd.get(), crtcId, blankBuf.fb_id, DRM_MODE_PAGE_FLIP_EVENT, &crtcId) !=
             0 &&
         errno != EBUSY) {
@@ -48,7 +53,7 @@ void DisplayDrm::updateImage() {
     const int ready = poll(&events, 1, eventSlice_ms);
     bool failed = ready < 0 && errno != EINTR;
     // Only where no event waits: a banner stands longer than a flip may take.
-    if (ready == 0 && std::chrono::steady_clock::now() - flipQueuedAt >= flipPatience) {
+    if (ready == 0 && std::chrono::steady_clock::now() >= flipDue) {
         recoverLostFlip();
     }
     if (ready > 0) {

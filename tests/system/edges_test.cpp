@@ -73,4 +73,26 @@ TEST(Edges, ShortFrameIsDroppedWithOneLine) {
     EXPECT_FALSE(application.out().waitForMatch("^statue: ", Milliseconds(0), next).has_value());
 }
 
+// While the display task sees no events, it takes flips that have completed for lost and queues
+// others. Their events come in the end, all of them.
+TEST(Edges, FlipsThatWereGivenUpKeepNoPictureFromTheScreen) {
+    Board board(benchScenario("small"), 2);
+    Application application(board);
+    const std::size_t next = application.expectPlaying();
+    ASSERT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 5; },
+                                     Milliseconds(10000)));
+    board.park("poll", "ShowControl");
+    ASSERT_TRUE(board.waitForPark(Milliseconds(10000)));
+    const std::uint64_t before = board.display().flips;
+    ASSERT_TRUE(board.waitForDisplay(
+        [&](const auto& figures) { return figures.flips >= before + 2; }, Milliseconds(20000)));
+    board.unpark();
+    board.resetFigures();
+    EXPECT_TRUE(board.waitForDisplay([](const auto& figures) { return figures.shown >= 60; },
+                                     Milliseconds(20000)));
+    const support::DisplayFigures display = board.display();
+    EXPECT_LE(display.flips, display.shown + display.shown / 4) << "black between the pictures";
+    EXPECT_FALSE(application.out().waitForMatch("^statue: ", Milliseconds(0), next).has_value());
+}
+
 }  // namespace

@@ -7,6 +7,7 @@
 #include "tests/unit/task/waiting.h"
 
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -170,6 +171,46 @@ TEST_F(FlipCycle, AFlipThatIsStillOnItsWayIsOnlyAskedAbout) {
     flip();
     EXPECT_EQ(shown(), Framebuffers{fb(0)});
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// A flip that was given up completes after all, while the one in its place is on its way.
+TEST_F(FlipCycle, AnEventTooManyCostsOneFrame) {
+    for (int i = 0; i < 4; ++i) {
+        put(-1.0);
+    }
+    testing::internal::CaptureStderr();
+    modeset_page_flip_handler(-1, 0, 0, 0, nullptr);
+    const int asked = card.calls("flip");
+    display.updateImage();
+    EXPECT_EQ(card.calls("flip"), asked) << "the one on its way is waited for";
+    for (int i = 0; i < 3; ++i) {
+        flip();
+    }
+    EXPECT_EQ(shown(), (Framebuffers{fb(1), fb(2), fb(3)})) << "nothing black in between";
+    EXPECT_EQ(display.takeFlipCount(), 3);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "display: cannot queue a page flip, which is tried again: 16, Device or resource "
+              "busy\n");
+}
+
+TEST_F(FlipCycle, ABusyCardWithoutAFlipIsAskedAgainSoon) {
+    testing::internal::CaptureStderr();
+    double soonest = 10000.0;
+    for (int attempt = 0; attempt < 5 && soonest >= 900.0; ++attempt) {
+        put(-1.0);
+        modeset_page_flip_handler(-1, 0, 0, 0, nullptr);
+        card.loseFlip();
+        const auto start = Clock::now();
+        const std::size_t before = shown().size();
+        while (shown().size() == before && millisecondsSince(start) < 10000.0) {
+            display.updateImage();
+        }
+        EXPECT_EQ(shown(), Framebuffers(before + 1, blank));
+        soonest = std::min(soonest, millisecondsSince(start));
+        EXPECT_GE(soonest, 42.0) << "a flip that is on its way gets its time";
+    }
+    EXPECT_LT(soonest, 900.0) << "a second would be seen";
+    testing::internal::GetCapturedStderr();
 }
 
 TEST_F(FlipCycle, AnEventThatCannotBeReadDoesNotSpin) {
