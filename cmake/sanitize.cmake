@@ -1,10 +1,8 @@
 # sanitize_options: linked by the application's libraries, the engine and the tests that link them.
 add_library(sanitize_options INTERFACE)
 if(UVCBRIDGE_SANITIZE STREQUAL "address")
-    # A test's own code is not looked at for undefined behaviour: its compile time is a third less.
-    target_compile_options(sanitize_options INTERFACE -fsanitize=address -fno-omit-frame-pointer
-        $<$<NOT:$<BOOL:$<TARGET_PROPERTY:OWN_CODE_IS_TEST>>>:-fsanitize=undefined>
-        -fno-sanitize-recover=undefined)
+    target_compile_options(sanitize_options INTERFACE
+        -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     # Static runtime: the shared one insists on standing before the board's preload library.
     # The preload library asks a running program for its leaks by that name.
     target_link_options(sanitize_options INTERFACE

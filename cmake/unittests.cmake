@@ -1,7 +1,8 @@
 # unit_tests(PROGRAM [PLAIN] [FILTER pattern]): every test of a program for CTest. PLAIN: not run
 # with sanitizers, and not built there.
 #
-# A sanitized program runs as a whole: to start it costs more than most of its tests.
+# A sanitized program runs as a whole: to start it costs more than most of its tests. It prints only
+# what fails, which would be lost among hundreds of tests that pass.
 function(unit_tests program)
     cmake_parse_arguments(arg "PLAIN" "FILTER" "" ${ARGN})
     if(NOT UVCBRIDGE_SANITIZE)
@@ -22,7 +23,7 @@ function(unit_tests program)
         if(arg_FILTER)
             set(filter "--gtest_filter=${arg_FILTER}")
         endif()
-        add_test(NAME ${program} COMMAND ${program} ${filter})
+        add_test(NAME ${program} COMMAND ${program} --gtest_brief=1 ${filter})
         set_tests_properties(${program} PROPERTIES LABELS "unit sanitize" TIMEOUT 900 COST 30)
     endif()
 endfunction()

@@ -79,6 +79,9 @@ Encoding readEncoding(const JsonPlace& place) {
     object.with("parameterSetsEvery", [&](const JsonPlace& p) {
         encoding.parameterSetsEvery = unsigned(p.integer(0, 1000000));
     });
+    object.with("loopFrames", [&](const JsonPlace& p) {
+        encoding.loopFrames = std::uint32_t(p.integer(192, 65536));
+    });
     object.finish();
     return encoding;
 }

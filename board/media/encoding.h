@@ -15,13 +15,14 @@ struct Encoding {
     unsigned keyFrameDistance = 30;   // frames from one key frame to the next
     unsigned bFrames = 0;             // between two reference frames
     unsigned parameterSetsEvery = 1;  // so many key frames; 0: only at the start of the stream
+    std::uint32_t loopFrames = 0;     // until it begins again; 0: by the pictures' size
     unsigned framesPerSecond = 30;    // what the bit rate is meant for
 
     bool operator==(const Encoding& other) const {
         return fullChromaHeight == other.fullChromaHeight && quality == other.quality &&
                bitRate == other.bitRate && keyFrameDistance == other.keyFrameDistance &&
                bFrames == other.bFrames && parameterSetsEvery == other.parameterSetsEvery &&
-               framesPerSecond == other.framesPerSecond;
+               loopFrames == other.loopFrames && framesPerSecond == other.framesPerSecond;
     }
 };
 

@@ -20,7 +20,8 @@ using Ready = std::function<void(const std::shared_ptr<const FrameLoop>&)>;
 // More than can be under way between camera and screen (a queue of 100, a ring of 36, what a
 // decoder holds), so that a place in the loop says which delivery it was. A program that gets
 // little of a busy machine drops most frames in front of its queue, and what it shows may be
-// hundreds of frames old: longer where that takes a fraction of a second to encode.
+// hundreds of frames old: longer where that takes a fraction of a second to encode. Where it leaves
+// out most of a loop, only a scenario's own length helps.
 constexpr std::uint32_t shortestMarkedLoop = 192;
 constexpr std::uint32_t longestMarkedLoop = 1024;
 constexpr std::uint64_t markedPixels = 160000000;
@@ -28,8 +29,10 @@ constexpr std::uint64_t markedPixels = 160000000;
 std::uint32_t markedLoopLength(const FrameLoopWish& wish) {
     const std::uint64_t pixels =
         std::max<std::uint64_t>(std::uint64_t(wish.width) * wish.height, 1);
-    const auto frames = std::uint32_t(
-        std::clamp<std::uint64_t>(markedPixels / pixels, shortestMarkedLoop, longestMarkedLoop));
+    const std::uint64_t bySize =
+        std::clamp<std::uint64_t>(markedPixels / pixels, shortestMarkedLoop, longestMarkedLoop);
+    const std::uint32_t frames =
+        wish.encoding.loopFrames != 0 ? wish.encoding.loopFrames : std::uint32_t(bySize);
     const std::uint32_t distance = std::max(wish.encoding.keyFrameDistance, 1u);
     return (frames + distance - 1) / distance * distance;  // whole groups
 }

@@ -51,7 +51,7 @@ Application::~Application() {
 }
 
 void Application::checkLeaks() {
-    if (std::string(TEST_SANITIZE) != "address") {
+    if (sanitizer() != "address") {
         return;
     }
     const rapidjson::Document answer = board_.order(R"({"order":"leak-check"})");
@@ -113,7 +113,7 @@ std::size_t Application::expectLine(const std::string& line, Milliseconds patien
 }
 
 std::size_t Application::expectPlaying(std::size_t from) {
-    return expectLine("statue: STATUE_POOL_OPENDEVICE ==> STATUE_POOL_PLAY", Milliseconds(30000),
+    return expectLine("statue: STATUE_POOL_OPENDEVICE ==> STATUE_POOL_PLAY", Milliseconds(10000),
                       from);
 }
 

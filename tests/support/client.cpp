@@ -2,11 +2,16 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <cstdlib>
 
 namespace support {
 
 std::map<std::string, std::string> boardEnvironment(const Board& board) {
-    return {{"LD_PRELOAD", preloadPath()}, {"VIRTUAL_BOARD", board.folder()}, {"LC_ALL", "C"}};
+    std::string preload = preloadPath();
+    if (const char* others = std::getenv("LD_PRELOAD")) {
+        preload += std::string(":") + others;
+    }
+    return {{"LD_PRELOAD", preload}, {"VIRTUAL_BOARD", board.folder()}, {"LC_ALL", "C"}};
 }
 
 std::unique_ptr<Process> startClient(const Board& board, const std::vector<std::string>& command,

@@ -27,10 +27,6 @@ Process::Start startOf(const Board& board, const std::string& log) {
 
 }  // namespace
 
-std::string consolePath() {
-    return TEST_CONSOLE;
-}
-
 Console::Console(Board& board)
     : logPath_(board.folder() + "/console-log"), process_(startOf(board, logPath_)) {
     const std::string start = "console: http://127.0.0.1:";

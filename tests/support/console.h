@@ -30,6 +30,4 @@ class Console {
     bool ended_ = false;
 };
 
-std::string consolePath();
-
 }  // namespace support

@@ -27,8 +27,12 @@ double factorFromEnvironment() {
 
 }  // namespace
 
+std::string sanitizer() {
+    return fromEnvironment("TEST_SANITIZE", TEST_SANITIZE);
+}
+
 bool sanitizedBuild() {
-    return std::string(TEST_SANITIZE) != "";
+    return !sanitizer().empty();
 }
 
 double timeFactor() {
@@ -55,6 +59,10 @@ std::string daemonPath() {
 
 std::string preloadPath() {
     return TEST_BOARD_PRELOAD;
+}
+
+std::string consolePath() {
+    return TEST_CONSOLE;
 }
 
 std::string sourcePath(const std::string& relative) {

@@ -16,6 +16,9 @@ Milliseconds scaled(Milliseconds patience);
 // TEST_LONG=1: the runs that take minutes.
 bool longRun();
 
+// What the application under test was built with: "address", "thread", or "" for what ships.
+// TEST_SANITIZE says so for an application that TEST_APPLICATION names.
+std::string sanitizer();
 // A build with sanitizers runs the application several times slower: no figures of speed then.
 bool sanitizedBuild();
 
@@ -24,6 +27,7 @@ bool sanitizedBuild();
 std::string applicationPath();
 std::string daemonPath();
 std::string preloadPath();
+std::string consolePath();
 std::string sourcePath(const std::string& relative);
 
 // A new empty folder under the system's place for temporary files.

@@ -149,10 +149,12 @@ std::set<int> inheritedByAll() {
 // While a pipeline plays, every device is open.
 TEST(Bookkeeping, ShellCommandsInheritNoDevice) {
     OwnPrograms programs;
-    programs.add("cat",
-                 "for one in /proc/$$/fd/*; do echo ${one##*/} $(readlink $one); done > "
-                 "$VIRTUAL_BOARD/descriptors\n"
-                 "echo 54321\n");
+    programs.add(
+        "cat",
+        "for one in /proc/$$/fd/*; do echo ${one##*/} $(readlink $one); done > "
+        "$VIRTUAL_BOARD/descriptors.$$\n"
+        "mv $VIRTUAL_BOARD/descriptors.$$ $VIRTUAL_BOARD/descriptors\n"  // the next is near
+        "echo 54321\n");
     Board board(benchScenario("tiny"), 10);
     Application application(board);
     application.expectPlaying();

@@ -48,16 +48,24 @@ void expectLikeTheReference(support::Board& board, const support::CameraMode& mo
         }
     });
     decoder.decodeFile(payloads);
+    // Behind a frame that the camera lost FFmpeg may conceal what the engine could still show.
+    const bool gaps = fourccOf(mode) == V4L2_PIX_FMT_H264 && board.camera().lost > 0;
+    unsigned compared = 0;
     Likeness worst{99, 99, 99};
     for (const ShownFrame& frame : frames) {
+        if (gaps && expected.count(frame.frame) == 0) {
+            continue;
+        }
         ASSERT_EQ(expected.count(frame.frame), 1u) << "picture " << frame.frame << " was not sent";
+        ++compared;
         const Likeness likeness = compare(frame.picture, expected[frame.frame]);
         worst.luma_dB = std::min(worst.luma_dB, likeness.luma_dB);
         worst.u_dB = std::min(worst.u_dB, likeness.u_dB);
         worst.v_dB = std::min(worst.v_dB, likeness.v_dB);
     }
-    std::printf("%s: %zu pictures, at worst Y %.1f dB, U %.1f dB, V %.1f dB\n", mode.name,
-                frames.size(), worst.luma_dB, worst.u_dB, worst.v_dB);
+    std::printf("%s: %u pictures, at worst Y %.1f dB, U %.1f dB, V %.1f dB\n", mode.name, compared,
+                worst.luma_dB, worst.u_dB, worst.v_dB);
+    EXPECT_GE(compared, count / 2);
     EXPECT_GE(worst.luma_dB, least_dB);
     EXPECT_GE(worst.u_dB, least_dB);
     EXPECT_GE(worst.v_dB, least_dB);

@@ -17,12 +17,12 @@ using support::Board;
 using support::CameraFigures;
 using support::CameraMode;
 using support::DisplayFigures;
+using support::expectFlawless;
 using support::Milliseconds;
 using support::ModeScenario;
 
-// A machine that wakes its own threads later than this cannot be measured on.
-constexpr double tolerableLateness_ms = 5;
-constexpr int attempts = 4;
+constexpr double patience = 4;    // times the wanted length
+constexpr double recovery_s = 2;  // until the next key frame has come to the screen
 
 struct Load {
     CameraMode mode;
@@ -45,45 +45,38 @@ const Load loads[] = {
 struct Measured {
     CameraFigures camera;  // of the measured time only: delivered, lost
     DisplayFigures display;
-    double lateness_ms = 0;
-
-    bool flawless() const {
-        return camera.lost == 0 && display.skipped == 0 && display.outOfOrder == 0;
-    }
+    support::Verdict flaws;
+    double took_s = 0;
 };
 
-void measure(Board& board, Application& application, const CameraMode& mode, Measured& measured) {
-    const unsigned seconds = support::longRun() ? 30 : 3;
-    const support::LatenessProbe probe;
+void measure(Board& board, Application& application, const Load& load, double seconds,
+             Measured& measured) {
     board.resetFigures();
     const CameraFigures before = board.camera();
     const double cpuBefore_s = application.process().figures().cpu_s;
     const double boardBefore_s = board.daemon().figures().cpu_s;
     const auto began = support::Clock::now();
-    ASSERT_TRUE(board.waitForCamera(
-        [&](const CameraFigures& now) {
-            return now.delivered + now.lost >=
-                   before.delivered + before.lost + std::uint64_t(mode.fps) * seconds;
-        },
-        Milliseconds(seconds * 4000)));
+    measured.flaws = support::judgeFlaws(
+        [&] { return load.complete ? board.camera().lost + board.display().skipped : 0; }, seconds,
+        seconds * patience, recovery_s);
     measured.camera = board.camera();
     measured.display = board.display();
-    measured.lateness_ms = probe.worst_ms();
     measured.camera.delivered -= before.delivered;
     measured.camera.lost -= before.lost;
     const double took_s = std::chrono::duration<double>(support::Clock::now() - began).count();
+    measured.took_s = took_s;
     const double cpu = (application.process().figures().cpu_s - cpuBefore_s) / took_s * 100;
     const double boardCpu = (board.daemon().figures().cpu_s - boardBefore_s) / took_s * 100;
     const DisplayFigures& display = measured.display;
     std::printf(
         "%s for %.1f s: delivered %llu, lost %llu, shown %llu, skipped %llu, out of order %llu, "
         "latency median %.1f ms p95 %.1f ms p99 %.1f ms, application %.0f %% of a core, board "
-        "%.0f %%, machine late by %.1f ms at most\n",
-        mode.name, took_s, (unsigned long long)measured.camera.delivered,
+        "%.0f %%; %s\n",
+        load.mode.name, took_s, (unsigned long long)measured.camera.delivered,
         (unsigned long long)measured.camera.lost, (unsigned long long)display.shown,
         (unsigned long long)display.skipped, (unsigned long long)display.outOfOrder,
         display.latencyMedian_ms, display.latencyP95_ms, display.latencyP99_ms, cpu, boardCpu,
-        measured.lateness_ms);
+        measured.flaws.text().c_str());
 }
 
 class CompressedRate : public testing::TestWithParam<Load> {};
@@ -102,20 +95,18 @@ TEST_P(CompressedRate, IsKeptAndThePictureIsTheReferences) {
     ASSERT_TRUE(board.waitForDisplay([&](const auto& now) { return now.shown >= settled; },
                                      Milliseconds(60000)))
         << "only " << board.display().shown << " frames were shown";
+    const double seconds = support::longRun() ? 30 : 3;
     Measured measured;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
-        ASSERT_NO_FATAL_FAILURE(measure(board, application, load.mode, measured));
-        if (!load.complete || measured.flawless() || measured.lateness_ms <= tolerableLateness_ms) {
-            break;
-        }
-    }
+    ASSERT_NO_FATAL_FAILURE(measure(board, application, load, seconds, measured));
+    // An encoder that is late leaves out intervals.
+    EXPECT_GE(double(measured.camera.delivered + measured.camera.lost),
+              load.mode.fps * measured.took_s / 2)
+        << "the camera's own rate";
     EXPECT_EQ(measured.display.outOfOrder, 0u);
     EXPECT_GT(measured.display.shown, 0u);
     if (!load.complete) {
         return;
     }
-    EXPECT_EQ(measured.camera.lost, 0u) << "frames for which no buffer was queued";
-    EXPECT_EQ(measured.display.skipped, 0u);
     // The copy of an H.264 stream begins with its next key frame, a second later at the most.
     const std::string payloads = compressed::startPayloads(board, load.mode);
     const std::uint64_t before = board.display().shown;
@@ -123,6 +114,10 @@ TEST_P(CompressedRate, IsKeptAndThePictureIsTheReferences) {
         [&](const auto& now) { return now.shown >= before + load.mode.fps * 2; },
         Milliseconds(20000)));
     compressed::expectLikeTheReference(board, load.mode, payloads, 4, 38);
+    if (!measured.flaws.enough(seconds) && measured.flaws.unjudgeable()) {
+        GTEST_SKIP() << "not judged: " << measured.flaws.text();
+    }
+    expectFlawless(measured.flaws, seconds);
 }
 
 INSTANTIATE_TEST_SUITE_P(Loads, CompressedRate, testing::ValuesIn(loads),

@@ -11,6 +11,7 @@
 #include "board/console/jpegdecoder.h"
 #include "tests/support/console.h"
 #include "tests/support/httpclient.h"
+#include "tests/support/lateness.h"
 #include "tests/support/scenarios.h"
 #include "tests/support/screenshot.h"
 #include "tests/system/soundbench.h"
@@ -204,6 +205,7 @@ TEST(Console, TroublemakersDisturbNobody) {
     Console console(board);
     const unsigned short port = console.port();
     constexpr std::size_t little = 64u << 20;  // what sockets hold at most, and far from a gigabyte
+    const LatenessProbe probe;
     std::uint64_t lost = 1;
     for (int attempt = 0; attempt < 3 && lost > 0; ++attempt) {
         const CameraFigures before = board.camera();
@@ -222,9 +224,12 @@ TEST(Console, TroublemakersDisturbNobody) {
         EXPECT_EQ(httpPost(port, "/order", "{\"order\": \"state\"}").status, 200);
         lost = board.camera().lost - before.lost;
     }
-    EXPECT_EQ(lost, 0u) << "frames for which no buffer was queued";
     EXPECT_TRUE(board.daemon().running());
     EXPECT_LT(console.process().figures().resident_kB, 200000u);
+    if (lost > 0 && probe.away() >= unusableAway) {
+        GTEST_SKIP() << notJudged(probe.away());
+    }
+    EXPECT_EQ(lost, 0u) << "frames for which no buffer was queued";
 }
 
 TEST(Console, EndsWhoeverIsConnected) {

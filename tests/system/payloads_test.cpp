@@ -18,9 +18,13 @@ using support::ModeScenario;
 constexpr std::uint32_t longImage = 2500000;
 
 const CameraMode mjpeg = {"Mjpeg", "MJPG", 320, 240, 30, "", 320, 240, longImage, "field:bars"};
+// The loop is longer than what a program leaves out that gets hardly any of a busy machine: 22 at
+// once under ThreadSanitizer went on up to 1649 pictures later.
 const CameraMode h264 = {
-    "H264", "H264", 320,       240,         30, R"("keyFrameDistance": 15, "bitRate": 1000000)",
-    320,    240,    longImage, "field:bars"};
+    "H264",      "H264", 320,
+    240,         30,     R"("keyFrameDistance": 15, "bitRate": 1000000, "loopFrames": 4000)",
+    320,         240,    longImage,
+    "field:bars"};
 
 struct Fault {
     const char* kind;
@@ -55,6 +59,11 @@ void expectStillPlaying(Application& application, std::size_t from) {
 void expectInOrder(Board& board) {
     const support::DisplayFigures display = board.display();
     EXPECT_LE(display.outOfOrder, display.overwritten);
+    // The ring is 1200 ms of pictures: where they stay younger than half of that, it was never
+    // full.
+    if (display.latencyP99_ms <= 600) {
+        EXPECT_EQ(display.overwritten, 0u);
+    }
     if (display.overwritten != 0) {
         std::printf("%llu pictures drawn over on their way, %llu times back, 1 %% over %.0f ms\n",
                     (unsigned long long)display.overwritten, (unsigned long long)display.outOfOrder,
@@ -74,6 +83,7 @@ TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
     const std::size_t next = application.expectPlaying();
     ASSERT_TRUE(showsMore(board, 10));
     const bool isJpeg = std::string(GetParam().fourcc) == "MJPG";
+    std::uint64_t lostLast = 0;
     for (const Fault& fault : faults) {
         if (fault.jpegOnly && !isJpeg) {
             continue;
@@ -98,10 +108,12 @@ TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
         expectInOrder(board);
         std::printf("%s %s: %llu pictures missing, %llu lost by the camera\n", GetParam().name,
                     fault.kind, (unsigned long long)display.skipped, (unsigned long long)lost);
-        // A busy machine may drop frames on its own.
-        if (fault.shown && lost == 0 && !support::sanitizedBuild()) {
+        // A busy machine may drop frames on its own; the gap may come to the screen in the next
+        // fault's time.
+        if (fault.shown && lost + lostLast == 0 && !support::sanitizedBuild()) {
             EXPECT_EQ(display.skipped, 0u) << "such a frame is shown all the same";
         }
+        lostLast = lost;
         ASSERT_FALSE(HasFailure());
     }
 }

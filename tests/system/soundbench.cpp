@@ -136,7 +136,7 @@ ToneFigures measureTone(const Recorded& recorded, unsigned channel, std::size_t 
 }
 
 double threadTime_s(int pid, const std::vector<std::string>& names) {
-    double ticks = 0;
+    std::uint64_t total_ns = 0;
     std::error_code gone;
     for (const auto& task :
          std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
@@ -145,18 +145,11 @@ double threadTime_s(int pid, const std::vector<std::string>& names) {
         if (std::find(names.begin(), names.end(), name) == names.end()) {
             continue;
         }
-        std::string line;
-        std::getline(std::ifstream(task.path() / "stat"), line);
-        std::istringstream fields(line.substr(std::min(line.size(), line.rfind(')') + 2)));
-        std::string skipped;
-        for (int i = 0; i < 11; ++i) {
-            fields >> skipped;
-        }
-        double user = 0, system = 0;
-        fields >> user >> system;
-        ticks += user + system;
+        std::uint64_t run_ns = 0;
+        std::ifstream(task.path() / "schedstat") >> run_ns;
+        total_ns += run_ns;
     }
-    return ticks / double(sysconf(_SC_CLK_TCK));
+    return double(total_ns) * 1e-9;
 }
 
 std::uint64_t ownMemory_kB(int pid) {

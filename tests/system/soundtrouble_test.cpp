@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
+#include <optional>
 #include <thread>
 
 #include "tests/support/application.h"
+#include "tests/support/lateness.h"
 #include "tests/system/soundbench.h"
 
 namespace {
@@ -50,8 +53,44 @@ bool plays(Board& board, std::uint64_t frames) {
 
 class SoundTrouble : public testing::TestWithParam<Trouble> {
   protected:
-    // Looks at the application for a while of trouble.
-    static void measure(Board& board, Application& application) {
+    // Looks at the application for a while of trouble. Where a host takes the processors away, that
+    // time is charged to whoever has them, and hardly a picture is shown: then, and only then, for
+    // another while. Where they are away in all of them the cost is not judged.
+    void measure(Board& board, Application& application) {
+        Cost cost;
+        bool inTime = false;
+        double leastAway = 1;
+        for (int attempt = 0; attempt < 10 && !cost.little() && !inTime && !HasFailure();
+             ++attempt) {
+            const support::LatenessProbe probe;
+            cost = measureOnce(board, application);
+            inTime = probe.worst_ms() <= support::tolerableLateness_ms;
+            leastAway = std::min(leastAway, probe.away());
+        }
+        if (!cost.little() && leastAway >= support::unusableAway) {
+            away_ = leastAway;
+            return;
+        }
+        EXPECT_GT(cost.shown, 10U) << "the picture goes on";
+        if (!support::sanitizedBuild()) {
+            EXPECT_LT(cost.share, mostShare);
+        }
+    }
+
+    std::optional<double> away_;  // where the cost was not judged
+
+  private:
+    static constexpr double mostShare = 0.05;
+
+    struct Cost {
+        double share = 1;  // of a core
+        std::uint64_t shown = 0;
+        bool little() const {
+            return shown > 10 && (share < mostShare || support::sanitizedBuild());
+        }
+    };
+
+    static Cost measureOnce(Board& board, Application& application) {
         const auto began = support::Clock::now();
         const std::uint64_t shown = board.display().shown;
         const double cpu = threadTime_s(application.process().pid(), soundThreads);
@@ -61,20 +100,20 @@ class SoundTrouble : public testing::TestWithParam<Trouble> {
         // The length of the observation, not a wait.
         std::this_thread::sleep_for(window);
         const double seconds = std::chrono::duration<double>(support::Clock::now() - began).count();
-        const double share =
-            (threadTime_s(application.process().pid(), soundThreads) - cpu) / seconds;
+        Cost cost;
+        cost.share = (threadTime_s(application.process().pid(), soundThreads) - cpu) / seconds;
+        cost.shown = board.display().shown - shown;
         const double rate =
             double(application.out().size() + application.err().size() - lines) / seconds;
         const auto growth =
             std::int64_t(support::ownMemory_kB(application.process().pid())) - std::int64_t(memory);
         std::printf("sound threads %.1f %% of a core, %.0f lines a second, memory %+lld kB\n",
-                    100 * share, rate, (long long)growth);
+                    100 * cost.share, rate, (long long)growth);
         if (!support::sanitizedBuild()) {
-            EXPECT_LT(share, 0.05);
             EXPECT_LT(growth, 4096);
         }
         EXPECT_LE(rate, mostLines_s + 2 / seconds);
-        EXPECT_GT(board.display().shown, shown + 10);
+        return cost;
     }
 };
 
@@ -110,6 +149,9 @@ TEST_P(SoundTrouble, IsBorne) {
     application.expectLine("delete capture media succeed", Milliseconds(3000), next);
     EXPECT_TRUE(application.waitForPipelineGone(Milliseconds(500)));
     EXPECT_LT(support::Clock::now() - began, support::scaled(Milliseconds(3000)));
+    if (away_) {
+        GTEST_SKIP() << support::notJudged(*away_);
+    }
 }
 
 constexpr char fourChannels[] =

@@ -7,6 +7,7 @@
 
 #include "tests/support/application.h"
 #include "tests/support/client.h"
+#include "tests/support/lateness.h"
 #include "tests/support/logfilter.h"
 #include "tests/support/scenarios.h"
 
@@ -187,6 +188,8 @@ TEST(Supervisor, ClockStepsChangeNothing) {
     Application application(board);
     const std::size_t next = application.expectPlaying();
     EXPECT_TRUE(showsMore(board, 5));
+    const support::LatenessProbe probe;
+    std::uint64_t mostLost = 0;
     for (const std::int64_t step : {std::int64_t(3600), std::int64_t(-7200)}) {
         board.resetFigures();
         const support::CameraFigures before = board.camera();
@@ -198,12 +201,17 @@ TEST(Supervisor, ClockStepsChangeNothing) {
         board.stepClock(step);
         board.stallCamera(false);
         EXPECT_TRUE(showsMore(board, 45));
-        // On a busy machine the camera may find no buffer now and then.
-        EXPECT_LE(board.camera().lost, before.lost + 10) << "after a step of " << step << " s";
+        mostLost = std::max(mostLost, board.camera().lost - before.lost);
         EXPECT_EQ(board.display().outOfOrder, 0u) << "after a step of " << step << " s";
     }
     EXPECT_TRUE(staysSilent(application, next, Milliseconds(200)));
     EXPECT_TRUE(application.err().all().empty()) << application.err().text();
+    // On a busy machine the camera may find no buffer now and then.
+    constexpr std::uint64_t bearable = 10;
+    if (mostLost > bearable && probe.away() >= support::unusableAway) {
+        GTEST_SKIP() << support::notJudged(probe.away());
+    }
+    EXPECT_LE(mostLost, bearable);
 }
 
 TEST(Supervisor, ManyReplugsLeaveNothingBehind) {

@@ -16,6 +16,7 @@ using support::benchScenario;
 using support::Board;
 using support::CameraFigures;
 using support::DisplayFigures;
+using support::expectFlawless;
 using support::Milliseconds;
 
 struct Load {
@@ -27,27 +28,21 @@ void PrintTo(const Load& one, std::ostream* out) {
     *out << one.scenario;
 }
 
-// A machine that wakes its own threads later than this cannot be measured on: it swallows more of a
-// frame's time than the application has to spare.
-constexpr double tolerableLateness_ms = 5;
-constexpr int attempts = 6;
+constexpr double patience = 6;  // times the wanted length
+// Until a backlog of all buffers is gone at the highest rate and its gap has come to the screen.
+constexpr double recovery_s = 1.5;
 
 struct Measured {
     CameraFigures camera;  // of the measured time only: delivered, lost
     DisplayFigures display;
     std::size_t overflows = 0;
-    double lateness_ms = 0;
-
-    bool flawless() const {
-        return camera.lost == 0 && display.skipped == 0 && display.outOfOrder == 0 &&
-               overflows == 0;
-    }
+    support::Verdict flaws;
+    double took_s = 0;
 };
 
 class Throughput : public testing::TestWithParam<Load> {};
 
-void measure(const Load& load, Measured& measured) {
-    const unsigned seconds = support::longRun() ? 60 : 10;
+void measure(const Load& load, double seconds, Measured& measured) {
     Board board(benchScenario(load.scenario));
     Application application(board);
     application.expectPlaying();
@@ -55,48 +50,52 @@ void measure(const Load& load, Measured& measured) {
     ASSERT_TRUE(board.waitForDisplay([&](const auto& now) { return now.shown >= load.fps; },
                                      Milliseconds(20000)))
         << "only " << board.display().shown << " frames were shown";
-    const support::LatenessProbe probe;
     board.resetFigures();
     const CameraFigures before = board.camera();
     const support::ProcessFigures processBefore = application.process().figures();
     const auto began = support::Clock::now();
-    ASSERT_TRUE(board.waitForCamera(
-        [&](const CameraFigures& now) {
-            return now.delivered >= before.delivered + std::uint64_t(load.fps) * seconds;
-        },
-        Milliseconds(seconds * 2000)));
+    measured.flaws =
+        support::judgeFlaws([&] { return board.camera().lost + board.display().skipped; }, seconds,
+                            seconds * patience, recovery_s);
     measured.camera = board.camera();
     measured.display = board.display();
-    measured.lateness_ms = probe.worst_ms();
     measured.overflows = application.out().count("clean queue buff");
     measured.camera.delivered -= before.delivered;
     measured.camera.lost -= before.lost;
     const double took_s = std::chrono::duration<double>(support::Clock::now() - began).count();
+    measured.took_s = took_s;
     const double cpu = (application.process().figures().cpu_s - processBefore.cpu_s) / took_s * 100;
     const DisplayFigures& display = measured.display;
     std::printf(
         "%u fps for %.1f s: delivered %llu, lost %llu, shown %llu, repeated %llu, skipped "
-        "%llu, latency median %.1f ms p95 %.1f ms p99 %.1f ms, %.0f %% of a core, machine late "
-        "by %.1f ms at most\n",
+        "%llu, latency median %.1f ms p95 %.1f ms p99 %.1f ms, %.0f %% of a core; %s\n",
         load.fps, took_s, (unsigned long long)measured.camera.delivered,
         (unsigned long long)measured.camera.lost, (unsigned long long)display.shown,
         (unsigned long long)display.repeated, (unsigned long long)display.skipped,
         display.latencyMedian_ms, display.latencyP95_ms, display.latencyP99_ms, cpu,
-        measured.lateness_ms);
+        measured.flaws.text().c_str());
 }
 
-// A flaw counts at once where the machine kept time; where it did not, the measurement is repeated.
+// A frame that is missing counts at once where the machine kept time. Where it did not, the
+// measurement goes on: the whole length must pass in one piece. On a machine whose processors are
+// away much of the time it cannot, whatever the application does.
 TEST_P(Throughput, EveryFrameIsShownOnceInOrder) {
+    const double seconds = support::longRun() ? 60 : 10;
     Measured measured;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
-        ASSERT_NO_FATAL_FAILURE(measure(GetParam(), measured));
-        if (measured.flawless() || measured.lateness_ms <= tolerableLateness_ms) {
-            break;
+    ASSERT_NO_FATAL_FAILURE(measure(GetParam(), seconds, measured));
+    EXPECT_NEAR(double(measured.camera.delivered + measured.camera.lost),
+                GetParam().fps * measured.took_s, GetParam().fps / 2.0)
+        << "the camera's own rate";
+    // Back only where the ring was full and a picture was drawn over on its way to the screen.
+    EXPECT_LE(measured.display.outOfOrder, measured.display.overwritten);
+    if (measured.flaws.unjudgeable()) {
+        if (!measured.flaws.enough(seconds)) {
+            GTEST_SKIP() << "not judged: " << measured.flaws.text();
         }
+        return;  // what has to wait for its turn may be as much as the ring holds
     }
-    EXPECT_EQ(measured.camera.lost, 0u) << "frames for which no buffer was queued";
-    EXPECT_EQ(measured.display.skipped, 0u);
-    EXPECT_EQ(measured.display.outOfOrder, 0u);
+    expectFlawless(measured.flaws, seconds);
+    EXPECT_EQ(measured.display.overwritten, 0u);
     EXPECT_EQ(measured.overflows, 0u);
     // What is under way between camera and screen at either end of the measurement.
     EXPECT_NEAR(double(measured.display.shown), double(measured.camera.delivered),

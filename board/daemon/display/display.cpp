@@ -93,7 +93,7 @@ void Display::Impl::pictureChanged(std::int64_t board_ns, bool flip) {
     const ScreenView view = card_.crtc().screen();
     std::optional<Stamp> stamp = readStamp(view);
     const std::optional<Stamp>& asked = card_.crtc().askedMark();
-    const bool overwritten = asked && !(stamp && *stamp == *asked);
+    const bool overwritten = asked && !view.black() && !(stamp && *stamp == *asked);
     const std::uint32_t mark = stamp ? stamp->frame : 0;
     if (stamp && lookup_)
         stamp = lookup_(*stamp);

@@ -18,6 +18,8 @@ namespace fs = std::filesystem;
 
 const std::string goodCamera = R"({"name": "c", "card": "Card", "driver": "uvcvideo",
   "version": "6.5.7", "formats": [{"fourcc": "YUYV", "description": "YUYV 4:2:2",
+  "encoding": {"subsampling": "4:2:0", "quality": 70, "bitRate": 500000, "keyFrameDistance": 12,
+  "bFrames": 2, "parameterSetsEvery": 3, "loopFrames": 4000},
   "sizes": [{"width": 640, "height": 480, "intervals": [[1, 30], [1, 30]]}]}],
   "controls": [{"id": "0x00980900", "name": "Brightness", "type": "int", "min": -5, "max": 5,
   "step": 1, "default": 0, "value": 3, "flags": ["inactive", "slider"]},
@@ -89,6 +91,15 @@ TEST_F(ScenarioFiles, CameraFieldByField) {
     ASSERT_EQ(camera.formats[0].sizes.size(), 1u);
     ASSERT_EQ(camera.formats[0].sizes[0].intervals.size(), 2u) << "repetitions are kept";
     EXPECT_EQ(camera.formats[0].sizes[0].intervals[1].denominator, 30u);
+    Encoding encoding;
+    encoding.fullChromaHeight = false;
+    encoding.quality = 70;
+    encoding.bitRate = 500000;
+    encoding.keyFrameDistance = 12;
+    encoding.bFrames = 2;
+    encoding.parameterSetsEvery = 3;
+    encoding.loopFrames = 4000;
+    EXPECT_TRUE(camera.formats[0].encoding == encoding);
     ASSERT_EQ(camera.controls.size(), 2u);
     EXPECT_EQ(camera.controls[0].id, std::uint32_t(V4L2_CID_BRIGHTNESS));
     EXPECT_EQ(camera.controls[0].minimum, -5);
@@ -134,6 +145,8 @@ TEST_F(ScenarioFiles, ModesOutOfTheEdidWhenNoneAreListed) {
 TEST_F(ScenarioFiles, ErrorsNameFileAndPlace) {
     const std::string error = cameraError("\"width\": 640", "\"width\": 0");
     expectPart(error, folder_ + "/c.json: $.formats[0].sizes[0].width: 0 is not in 1 to 16384");
+    expectPart(cameraError("\"loopFrames\": 4000", "\"loopFrames\": 191"),
+               "$.formats[0].encoding.loopFrames: 191 is not in 192 to 65536");
     expectPart(cameraError("\"card\"", "\"crad\""), "\"card\" is missing");
     expectPart(cameraError("\"step\": 1", "\"stepp\": 1"),
                "$.controls[0]: unknown key \"stepp\"; known: default, flags, id");

@@ -9,6 +9,7 @@
 
 #include "board/daemon/scenario.h"
 #include "tests/support/client.h"
+#include "tests/support/lateness.h"
 #include "tests/support/pattern.h"
 
 namespace {
@@ -107,6 +108,7 @@ TEST_P(ModetestFlips, RunAtTheModesRate) {
     // The first report covers the start. Of the others the median counts: a second in which the
     // machine was busy is off, a wrong rate is wrong in all of them.
     const double expected = GetParam().refresh_Hz;
+    const support::LatenessProbe probe;
     std::vector<double> reports;
     std::size_t next = 0;
     for (int report = 0; report < 4; ++report) {
@@ -119,11 +121,15 @@ TEST_P(ModetestFlips, RunAtTheModesRate) {
         }
     }
     std::nth_element(reports.begin(), reports.begin() + 1, reports.end());
-    EXPECT_NEAR(reports[1], expected, expected / 100) << program->err().text();
+    const double away = probe.away();
     EXPECT_EQ(board.display().mode.rfind(std::string(GetParam().mode).substr(0, 8), 0), 0u)
         << board.display().mode;
     program->closeInput();
     EXPECT_EQ(program->waitForEnd(Milliseconds(10000)).value_or(-1), 0) << program->err().text();
+    if (reports[1] < expected && away >= support::unusableAway) {
+        GTEST_SKIP() << support::notJudged(away);
+    }
+    EXPECT_NEAR(reports[1], expected, expected / 100) << program->err().text();
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ModetestFlips,

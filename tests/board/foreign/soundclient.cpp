@@ -41,7 +41,7 @@ bool inputEnded() {
 }
 
 snd_pcm_t* open(const char* device, snd_pcm_stream_t direction, const char* format, unsigned rate,
-                unsigned channels) {
+                unsigned channels, unsigned bufferPeriods = periods) {
     snd_pcm_t* pcm = nullptr;
     must("open", snd_pcm_open(&pcm, device, direction, 0));
     snd_pcm_hw_params_t* params = nullptr;
@@ -53,7 +53,7 @@ snd_pcm_t* open(const char* device, snd_pcm_stream_t direction, const char* form
     must("rate", snd_pcm_hw_params_set_rate_near(pcm, params, &rate, nullptr));
     snd_pcm_uframes_t size = period;
     must("period", snd_pcm_hw_params_set_period_size_near(pcm, params, &size, nullptr));
-    snd_pcm_uframes_t buffer = size * periods;
+    snd_pcm_uframes_t buffer = size * bufferPeriods;
     must("buffer", snd_pcm_hw_params_set_buffer_size_near(pcm, params, &buffer));
     must("parameters", snd_pcm_hw_params(pcm, params));
     must("period", snd_pcm_hw_params_get_period_size(params, &size, nullptr));
@@ -118,7 +118,8 @@ int waitForNotifications(char** words) {
     wanted = std::atoi(words[1]);
     // What is in force again once the handler is taken away.
     std::signal(SIGIO, SIG_IGN);
-    snd_pcm_t* pcm = open(words[0], SND_PCM_STREAM_CAPTURE, "S16_LE", 48000, 2);
+    // Room for a busy machine: nobody restarts what overran.
+    snd_pcm_t* pcm = open(words[0], SND_PCM_STREAM_CAPTURE, "S16_LE", 48000, 2, periods * 4);
     snd_async_handler_t* handler = nullptr;
     must("handler", snd_async_add_pcm_handler(&handler, pcm, notified, nullptr));
     must("start", snd_pcm_start(pcm));

@@ -29,8 +29,6 @@ namespace wire = board::wire;
 constexpr wire::ViewKind kinds[] = {wire::ViewKind::screen, wire::ViewKind::camera,
                                     wire::ViewKind::sound, wire::ViewKind::flips};
 
-// A machine that wakes its own threads later than this loses frames without anybody's fault.
-constexpr double tolerableLateness_ms = 5;
 constexpr int attempts = 5;
 
 class Crowd : public testing::Test {
@@ -61,7 +59,7 @@ class Crowd : public testing::Test {
             const std::uint64_t lost = board_.camera().lost - lostBefore;
             if (lost == 0 && display.skipped == 0)
                 return;
-            if (probe.worst_ms() <= tolerableLateness_ms) {
+            if (probe.worst_ms() <= support::tolerableLateness_ms) {
                 FAIL() << lost << " frames found no buffer, " << display.skipped
                        << " were not shown";
             }

@@ -19,21 +19,20 @@ const programs = {
   steadyLog: path.join(build, 'tests/support/steadylog'),
 };
 
-// A test that breaks off leaves nothing running.
-const running = new Set();
-process.on('exit', () => running.forEach((child) => child.kill('SIGKILL')));
+// A test that breaks off, or is killed, leaves nothing running.
+const withUs = ['setpriv', '--pdeathsig', 'KILL', 'env'];
 
 class Program {
   /** @param {string} out where standard output and error go, as files */
   constructor(command, args, out, err, env = {}) {
     const files = [openSync(out, 'w'), openSync(err, 'w')];
-    this.child = spawn(command, args, { stdio: ['ignore', ...files], env: { ...process.env, ...env } });
+    const words = [...withUs, ...Object.entries(env).map(([name, value]) => `${name}=${value}`), command, ...args];
+    this.child = spawn(words[0], words.slice(1), { stdio: ['ignore', ...files] });
     files.forEach((file) => closeSync(file));
     this.name = path.basename(command);
     this.out = out;
     this.err = err;
-    running.add(this.child);
-    this.ended = new Promise((resolve) => this.child.once('close', resolve)).then(() => running.delete(this.child));
+    this.ended = new Promise((resolve) => this.child.once('close', resolve));
   }
 
   output() {

@@ -213,6 +213,15 @@ TEST(H264Frames, ALoopIsAsLongAsItsSizeAllows) {
     }
 }
 
+TEST(H264Frames, ALoopIsAsLongAsTheScenarioWants) {
+    FrameLoopWish wish = wishFor(V4L2_PIX_FMT_H264, 160, 120);
+    wish.encoding.loopFrames = 1500;
+    wish.encoding.keyFrameDistance = 400;
+    const auto loop = make(wish, 2000);
+    EXPECT_EQ(loop->place(1599).value().mark, 1599u) << "a whole number of groups";
+    EXPECT_EQ(loop->place(1600).value().mark, 0u);
+}
+
 TEST(H264Frames, SameWishGivesTheSameBytes) {
     const FrameLoopWish wish = wishFor(V4L2_PIX_FMT_H264, 160, 120);
     const auto once = make(wish), again = make(wish);
