@@ -78,7 +78,7 @@ TEST(Banner, CaptureIsPatientMeanwhileAndNotAfterwards) {
 }
 
 TEST(Banner, UpgradeWithoutTheOldSystemVersionIsUsedUpAndShowsNothing) {
-    Board board(benchScenario("small"), 5);
+    Board board(benchScenario("small"), 2);
     support::writeFile(board.rootPath("/userdata/updateSuceedFlag"), "");
     support::writeFile(board.rootPath("/userdata/newsysver"), "1.4\n");
     Application application(board);
@@ -131,7 +131,7 @@ class BannerPicture : public testing::TestWithParam<BadPicture> {
 };
 
 TEST_P(BannerPicture, ThatIsNoneLeavesTheScreenBlackAndOneLine) {
-    Board board(benchScenario("small"), 5);
+    Board board(benchScenario("small"), 2);
     askForBanner(board);
     replace(board.rootPath(background));
     Application application(board);
@@ -144,7 +144,7 @@ TEST_P(BannerPicture, ThatIsNoneLeavesTheScreenBlackAndOneLine) {
 }
 
 TEST_P(BannerPicture, OfTheUpgradeThatIsNoneLeavesTheScreenBlackAndOneLine) {
-    Board board(benchScenario("small"), 5);
+    Board board(benchScenario("small"), 2);
     replace(board.rootPath(upgradePicture));
     Application application(board);
     application.expectPlaying();
@@ -162,7 +162,7 @@ INSTANTIATE_TEST_SUITE_P(Files, BannerPicture,
                          [](const auto& info) { return info.param.name; });
 
 TEST(UpgradeScreen, StaysForGoodAndOtherThreadsGoOn) {
-    Board board(benchScenario("small"), 8);
+    Board board(benchScenario("small"), 4);
     // One colour, so that the screen is known.
     support::writeFile(board.rootPath(upgradePicture), std::string(pictureSize, '\x80'));
     Application application(board);
@@ -177,7 +177,7 @@ TEST(UpgradeScreen, StaysForGoodAndOtherThreadsGoOn) {
     };
     EXPECT_TRUE(becomes(shown, Milliseconds(5000)));
     const double took_s = std::chrono::duration<double>(support::Clock::now() - asked).count();
-    EXPECT_LE(took_s, 2.0 * support::timeFactor()) << "a second of the fast clock is 0.125 s";
+    EXPECT_LE(took_s, 2.0 * support::timeFactor()) << "a second of the fast clock is 0.25 s";
     const std::uint64_t flips = board.display().flips;
     const std::uint64_t delivered = board.camera().delivered;
     std::filesystem::remove(board.rootPath(updateStart));

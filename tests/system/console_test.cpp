@@ -97,7 +97,7 @@ TEST(Console, TheLivePictureIsTheScreen) {
 }
 
 TEST(Console, KeysOnThePageMoveTheCamera) {
-    Board board(benchScenario("small-remote"), 4);
+    Board board(benchScenario("small-remote"));
     Application application(board);
     application.expectPlaying();
     ASSERT_TRUE(application.out().waitForMatch("^/dev/input/event0: open, fd = [0-9]+$",
@@ -113,7 +113,7 @@ TEST(Console, KeysOnThePageMoveTheCamera) {
 }
 
 TEST(Console, TellsTheStateAndTheLog) {
-    Board board(benchScenario("small"), 4);
+    Board board(benchScenario("small"));
     Application application(board);
     application.expectPlaying();
     Console console(board);

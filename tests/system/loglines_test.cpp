@@ -114,7 +114,7 @@ TEST(RealLogs, HealthyStartAndPlugs) {
 
 // Frames and flips each half a minute, temperatures each minute of board time.
 TEST(RealLogs, Reports) {
-    Board board(benchScenario("small"), 10);
+    Board board(benchScenario("small"), 4);
     Application application(board);
     application.expectPlaying();
     for (const char* line : {"^cap:[0-9]+$", "^fps:[0-9]+$", "^cpu1:$", "^[0-9]{5}$"}) {
@@ -167,7 +167,7 @@ class RealLogsOf : public testing::TestWithParam<CameraMode> {};
 
 TEST_P(RealLogsOf, DamagedPayloads) {
     const ModeScenario scenario(GetParam());
-    Board board(scenario.path(), 4);
+    Board board(scenario.path());
     Application application(board);
     application.expectPlaying();
     ASSERT_TRUE(showsMore(board, 5));
@@ -197,7 +197,7 @@ INSTANTIATE_TEST_SUITE_P(Cameras, RealLogsOf, testing::ValuesIn(modes),
                          });
 
 TEST(RealLogs, Remote) {
-    Board board(benchScenario("small-ptz"), 4);
+    Board board(benchScenario("small-ptz"), 2);
     Application application(board);
     std::size_t next = application.expectPlaying();
     ASSERT_TRUE(application.out().waitForMatch(": open, fd = ", Milliseconds(10000)));
@@ -255,7 +255,7 @@ TEST(RealLogs, StartsThatFail) {
 }
 
 TEST(RealLogs, FaultsWhileItPlays) {
-    Board board(benchScenario("small"), 4);
+    Board board(benchScenario("small"), 2);
     support::writeFile(board.rootPath("/usr/bin/startupflag"), "");
     support::writeFile(board.rootPath("/userdata/newsysver"), "1.4\n");
     board.fail("VIDIOC_G_PARM", 1, EIO);

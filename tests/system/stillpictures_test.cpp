@@ -113,7 +113,7 @@ TEST(StillPictures, UpgradeBannerNamesBothVersions) {
 }
 
 TEST(StillPictures, BannerComesOnce) {
-    Board board(benchScenario("small"), 4);
+    Board board(benchScenario("small"), 2);
     support::writeFile(board.rootPath("/userdata/version"), "5.21\n");
     for (const char* path :
          {"/userdata/updateSuceedFlag", "/userdata/oldsysver", "/userdata/newsysver"}) {

@@ -216,7 +216,7 @@ TEST(Supervisor, ClockStepsChangeNothing) {
 
 TEST(Supervisor, ManyReplugsLeaveNothingBehind) {
     const unsigned cycles = support::longRun() ? 300 : 20;
-    Board board(benchScenario("small"), 8);
+    Board board(benchScenario("small"), 4);
     Application application(board);
     std::size_t next = application.expectPlaying();
     support::ProcessFigures early;

@@ -222,7 +222,7 @@ std::size_t expectResult(Application& application, const CameraFault& fault, std
 }
 
 TEST(CameraFaults, EachGivesItsLineAndTheNextPlugPlays) {
-    Board board(benchScenario("small-unplugged"), 4);
+    Board board(benchScenario("small-unplugged"), 2);
     Application application(board);
     std::size_t next = 0;
     for (const CameraFault& fault : cameraFaults) {

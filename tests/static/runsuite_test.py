@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""What ./test runs again, what it never does, and what it says in the end.
+
+Usage: runsuite_test.py ROOT
+"""
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TOOL = pathlib.Path(sys.argv.pop(1)) / "tools/run-suite"
+FIRST_TIME_ONLY = "echo too late; test -e {name}.again || {{ touch {name}.again; exit 1; }}"
+
+
+class Suite(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.build = pathlib.Path(folder.name)
+        self.tests = ""
+        self.names = 0
+
+    def add(self, command, properties=""):
+        self.names += 1
+        name = f"test{self.names}"
+        command = command.format(name=name)
+        self.tests += f'add_test({name} "/bin/sh" "-c" "{command}")\n'
+        if properties:
+            self.tests += f"set_tests_properties({name} PROPERTIES {properties})\n"
+
+    def run_all(self):
+        (self.build / "CTestTestfile.cmake").write_text(self.tests)
+        notes = self.build / "notes"
+        notes.touch()
+        done = subprocess.run(
+            [TOOL, self.build, notes, "-j4"], capture_output=True, text=True, check=False)
+        return done.returncode == 0, done.stdout, notes.read_text()
+
+    def expect_no_second_run(self):
+        passed, said, _ = self.run_all()
+        self.assertFalse(passed)
+        self.assertNotIn("once more", said)
+        return said
+
+    def test_all_passed(self):
+        self.add("true")
+        self.assertEqual(self.run_all()[::2], (True, ""))
+
+    def test_passed_alone_is_noted_with_its_reason(self):
+        self.add("true")
+        self.add(FIRST_TIME_ONLY)
+        passed, _, notes = self.run_all()
+        self.assertTrue(passed)
+        self.assertEqual(notes, "test2: passed alone, but failed in company:\ntoo late\n")
+
+    def test_failed_twice_fails(self):
+        self.add("echo oh; exit 1")
+        self.add(FIRST_TIME_ONLY)
+        passed, said, notes = self.run_all()
+        self.assertFalse(passed)
+        self.assertEqual(said.count("\noh\n"), 2)
+        self.assertNotIn("test1", notes)
+
+    def test_more_than_three_are_no_chance(self):
+        for _ in range(4):
+            self.add(FIRST_TIME_ONLY)
+        said = self.expect_no_second_run()
+        self.assertEqual(said.count("== test"), 4)
+
+    def test_a_crash_is_no_chance(self):
+        self.add("test -e {name}.again || {{ touch {name}.again; kill -SEGV $$; }}")
+        self.assertIn("== test1 (SEGFAULT)", self.expect_no_second_run())
+
+    def test_a_hang_is_no_chance(self):
+        self.add("test -e {name}.again || {{ touch {name}.again; sleep 60; }}", "TIMEOUT 1")
+        self.assertIn("== test1 (Timeout)", self.expect_no_second_run())
+
+    def test_a_report_is_no_chance(self):
+        for report in ["==7==ERROR: AddressSanitizer: heap-use-after-free",
+                       "==7==ERROR: LeakSanitizer: detected memory leaks",
+                       "WARNING: ThreadSanitizer: data race (pid=7)",
+                       "ring.cpp:3:4: runtime error: signed integer overflow"]:
+            with self.subTest(report):
+                self.tests = ""
+                self.add(f"echo '{report}'; {FIRST_TIME_ONLY}")
+                self.assertIn(report, self.expect_no_second_run())
+
+    def test_a_program_that_is_missing_fails(self):
+        self.tests = 'add_test(gone "/nonexistent")\n'
+        self.assertIn("== gone (Not Run)", self.expect_no_second_run())
+
+    def test_no_tests_fail(self):
+        self.assertFalse(self.run_all()[0])
+
+    def test_what_was_not_judged_is_noted(self):
+        self.add("echo not judged: away; exit 77", "SKIP_RETURN_CODE 77")
+        self.assertEqual(self.run_all()[::2], (True, "test1: not judged: away\n"))
+
+
+if __name__ == "__main__":
+    unittest.main()
