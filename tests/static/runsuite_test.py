@@ -86,9 +86,17 @@ class Suite(unittest.TestCase):
                 self.add(f"echo '{report}'; {FIRST_TIME_ONLY}")
                 self.assertIn(report, self.expect_no_second_run())
 
+    def test_what_waited_for_it_runs_then_too(self):
+        self.add(FIRST_TIME_ONLY, "FIXTURES_SETUP modules")
+        self.add("true", "FIXTURES_REQUIRED modules")
+        passed, said, notes = self.run_all()
+        self.assertTrue(passed)
+        self.assertIn("== once more, alone: test1, test2", said)
+        self.assertEqual(notes.count("passed alone"), 1)
+
     def test_a_program_that_is_missing_fails(self):
         self.tests = 'add_test(gone "/nonexistent")\n'
-        self.assertIn("== gone (Not Run)", self.expect_no_second_run())
+        self.assertFalse(self.run_all()[0])
 
     def test_no_tests_fail(self):
         self.assertFalse(self.run_all()[0])
