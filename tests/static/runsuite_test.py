@@ -105,6 +105,12 @@ class Suite(unittest.TestCase):
         self.add("echo not judged: away; exit 77", "SKIP_RETURN_CODE 77")
         self.assertEqual(self.run_all()[::2], (True, "test1: not judged: away\n"))
 
+    def test_what_was_not_judged_alone_is_noted(self):
+        self.add(FIRST_TIME_ONLY + "; echo not judged: away; exit 77", "SKIP_RETURN_CODE 77")
+        passed, _, notes = self.run_all()
+        self.assertTrue(passed)
+        self.assertIn("test1: not judged: away\n", notes)
+
 
 if __name__ == "__main__":
     unittest.main()
