@@ -2,9 +2,12 @@
 // pipeline stays.
 
 #include <gtest/gtest.h>
+#include <algorithm>
+#include <string>
 
 #include "tests/support/application.h"
 #include "tests/support/cameramode.h"
+#include "tests/support/lateness.h"
 
 namespace {
 
@@ -77,7 +80,8 @@ constexpr unsigned underWay = 150;
 
 class Payloads : public testing::TestWithParam<CameraMode> {};
 
-// How many pictures three such payloads keep from the screen.
+// How many pictures three such payloads keep from the screen, beside those for which the camera had
+// no buffer.
 std::uint64_t costOf(Board& board, const Fault& fault, const char* camera) {
     board.resetFigures();
     // Numbers that are left out count from the first picture on.
@@ -94,10 +98,10 @@ std::uint64_t costOf(Board& board, const Fault& fault, const char* camera) {
     }
     expectInOrder(board);
     const std::uint64_t missing = board.display().skipped;
+    const std::uint64_t lost = board.camera().lost - lostBefore;
     std::printf("%s %s: %llu pictures missing, %llu lost by the camera\n", camera, fault.kind,
-                (unsigned long long)missing,
-                (unsigned long long)(board.camera().lost - lostBefore));
-    return missing;
+                (unsigned long long)missing, (unsigned long long)lost);
+    return missing - std::min(missing, lost);
 }
 
 TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
@@ -107,24 +111,29 @@ TEST_P(Payloads, EachFaultAloneCostsNoMoreThanItsPictures) {
     const std::size_t next = application.expectPlaying();
     ASSERT_TRUE(showsMore(board, 10));
     const bool isJpeg = std::string(GetParam().fourcc) == "MJPG";
+    const support::LatenessProbe probe;
+    std::string tooDear;
     for (const Fault& fault : faults) {
         if (fault.jpegOnly && !isJpeg) {
             continue;
         }
         SCOPED_TRACE(fault.kind);
         const std::uint64_t bearable = fault.shown ? 0 : isJpeg ? 3 : 3 + keyFrameDistance;
-        std::uint64_t missing = costOf(board, fault, GetParam().name);
+        std::uint64_t cost = costOf(board, fault, GetParam().name);
         if (!support::sanitizedBuild()) {
-            // A busy machine leaves out pictures of its own, the camera before its buffers and the
-            // display when two come at once.
-            for (unsigned more = 0; missing > bearable && more < 9; ++more) {
-                missing = costOf(board, fault, GetParam().name);
+            // A busy display leaves out pictures when two come at once.
+            for (unsigned more = 0; cost > bearable && more < 9; ++more) {
+                cost = costOf(board, fault, GetParam().name);
             }
-            EXPECT_LE(missing, bearable);
+            tooDear += cost > bearable ? std::string(fault.kind) + " " : "";
         }
         expectStillPlaying(application, next);
         ASSERT_FALSE(HasFailure());
     }
+    if (!tooDear.empty() && probe.away() >= support::unusableAway) {
+        GTEST_SKIP() << support::notJudged(probe.away());
+    }
+    EXPECT_EQ(tooDear, "");
 }
 
 // 20000 frames in the long checks.
