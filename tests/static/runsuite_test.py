@@ -76,14 +76,18 @@ class Suite(unittest.TestCase):
         self.add("test -e {name}.again || {{ touch {name}.again; sleep 60; }}", "TIMEOUT 1")
         self.assertIn("== test1 (Timeout)", self.expect_no_second_run())
 
-    def test_a_report_is_no_chance(self):
+    def test_a_report_or_a_program_that_ended_is_no_chance(self):
         for report in ["==7==ERROR: AddressSanitizer: heap-use-after-free",
                        "==7==ERROR: LeakSanitizer: detected memory leaks",
                        "WARNING: ThreadSanitizer: data race (pid=7)",
-                       "ring.cpp:3:4: runtime error: signed integer overflow"]:
+                       "ring.cpp:3:4: runtime error: signed integer overflow",
+                       "a sanitizer reported:",
+                       "the application ended by itself: exit 1",
+                       "the board's daemon does not end",
+                       "the converter: signal 11"]:
             with self.subTest(report):
                 self.tests = ""
-                self.add(f"echo '{report}'; {FIRST_TIME_ONLY}")
+                self.add(f'echo \\"{report}\\"; {FIRST_TIME_ONLY}')
                 self.assertIn(report, self.expect_no_second_run())
 
     def test_what_waited_for_it_runs_then_too(self):
