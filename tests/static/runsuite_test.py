@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What ./test runs again, what it never does, and what it says in the end.
+"""What failed fails ./test, whatever it does alone; what runs again, and what is said in the end.
 
 Usage: runsuite_test.py ROOT
 """
@@ -37,9 +37,14 @@ class Suite(unittest.TestCase):
             [TOOL, self.build, notes, "-j4"], capture_output=True, text=True, check=False)
         return done.returncode == 0, done.stdout, notes.read_text()
 
-    def expect_no_second_run(self):
-        passed, said, _ = self.run_all()
+    def expect_failure(self):
+        passed, said, notes = self.run_all()
         self.assertFalse(passed)
+        self.assertEqual(notes, "")
+        return said
+
+    def expect_no_second_run(self):
+        said = self.expect_failure()
         self.assertNotIn("once more", said)
         return said
 
@@ -47,20 +52,18 @@ class Suite(unittest.TestCase):
         self.add("true")
         self.assertEqual(self.run_all()[::2], (True, ""))
 
-    def test_passed_alone_is_noted_with_its_reason(self):
+    def test_what_passes_alone_fails_all_the_same_and_is_told_with_its_output(self):
         self.add("true")
         self.add(FIRST_TIME_ONLY)
-        passed, _, notes = self.run_all()
-        self.assertTrue(passed)
-        self.assertEqual(notes, "test2: passed alone, but failed in company:\ntoo late\n")
+        said = self.expect_failure()
+        self.assertTrue(said.endswith("\n== test2 (Failed, passes alone)\ntoo late\n"), said)
 
-    def test_failed_twice_fails(self):
+    def test_what_fails_alone_is_told_as_such(self):
         self.add("echo oh; exit 1")
         self.add(FIRST_TIME_ONLY)
-        passed, said, notes = self.run_all()
-        self.assertFalse(passed)
-        self.assertEqual(said.count("\noh\n"), 2)
-        self.assertNotIn("test1", notes)
+        said = self.expect_failure()
+        self.assertIn("\n== test1 (Failed)\noh\n", said)
+        self.assertIn("\n== test2 (Failed, passes alone)\n", said)
 
     def test_more_than_three_are_no_chance(self):
         for _ in range(4):
@@ -93,10 +96,9 @@ class Suite(unittest.TestCase):
     def test_what_waited_for_it_runs_then_too(self):
         self.add(FIRST_TIME_ONLY, "FIXTURES_SETUP modules")
         self.add("true", "FIXTURES_REQUIRED modules")
-        passed, said, notes = self.run_all()
-        self.assertTrue(passed)
+        said = self.expect_failure()
         self.assertIn("== once more, alone: test1, test2", said)
-        self.assertEqual(notes.count("passed alone"), 1)
+        self.assertIn("\n== test1 (Failed, passes alone)\n", said)
 
     def test_a_program_that_is_missing_fails(self):
         self.tests = 'add_test(gone "/nonexistent")\n'
@@ -108,12 +110,6 @@ class Suite(unittest.TestCase):
     def test_what_was_not_judged_is_noted(self):
         self.add("echo not judged: away; exit 77", "SKIP_RETURN_CODE 77")
         self.assertEqual(self.run_all()[::2], (True, "test1: not judged: away\n"))
-
-    def test_what_was_not_judged_alone_is_noted(self):
-        self.add(FIRST_TIME_ONLY + "; echo not judged: away; exit 77", "SKIP_RETURN_CODE 77")
-        passed, _, notes = self.run_all()
-        self.assertTrue(passed)
-        self.assertIn("test1: not judged: away\n", notes)
 
 
 if __name__ == "__main__":
